@@ -1,0 +1,29 @@
+#pragma once
+
+#include <climits>
+
+/// Every limit of the host and of the runner, with its unit. A limit that is not here does not exist.
+namespace kx {
+
+/// Full paths, bytes with the terminator: the size of the buffers that the module resolves names into.
+constexpr int kMaxPath = 1024;
+
+/// A virtual file's contents, bytes. Positions and sizes reach scripts as 32-bit numbers.
+constexpr int kMaxFileBytes = INT_MAX - 1;
+
+/// The program's parameters, the script's own name included.
+constexpr int kMaxParameters = 100;
+
+/// Arguments of one call of a built-in.
+constexpr int kMaxCallArguments = 16;
+
+/// Containers inside one another that one walk over a value follows before it gives up.
+constexpr int kMaxNesting = 4096;
+
+/// Tables inside one another that cross between Lua and a built-in.
+constexpr int kMaxTableNesting = 200;
+
+/// Times that one system call is taken up again after a passing failure (a path that was renamed under it).
+constexpr int kMaxRetries = 64;
+
+}  // namespace kx

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string_view>
+
+/// Numbers to and from text, the same under every locale: the one place where a digit is read or printed.
+///
+/// @thread any; no state.
+namespace kx {
+
+/// Bytes that hold every text that the printers below make, terminator included.
+constexpr int kNumberText = 32;
+
+/// Reads the longest decimal number at the start of a text: sign, digits, point, exponent; no blanks before it, no
+/// hexadecimal form, neither "inf" nor "nan".
+/// @param value  set where a number is found; a number too large becomes an infinity, one too small a zero.
+/// @return bytes read; 0 where the text does not start with a number.
+int ParseReal(std::string_view text, double* value);
+
+/// Prints a real the short way: an integer where it is one below 1e15, else the fewest digits that read back the same.
+/// @param out  at least kNumberText bytes; the text is terminated.
+/// @return the text's length.
+int PrintReal(char* out, double value);
+
+/// Prints a real as printf's "%g" does in the C locale: six significant digits.
+/// @param out  at least kNumberText bytes; the text is terminated.
+/// @return the text's length.
+int PrintRealG(char* out, double value);
+
+/// Prints an integer in decimal.
+/// @param out  at least kNumberText bytes; the text is terminated.
+/// @return the text's length.
+int PrintInteger(char* out, long long value);
+
+}  // namespace kx

@@ -1,0 +1,13 @@
+# What our own targets are compiled with. Private: nothing here reaches an embedder's build.
+add_library(kx_private_options INTERFACE)
+target_compile_options(kx_private_options INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor
+  -fno-semantic-interposition
+  $<$<BOOL:${KX_WERROR}>:-Werror>
+)
+
+if(KX_SANITIZE)
+  target_compile_options(kx_private_options INTERFACE
+    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kx_private_options INTERFACE -fsanitize=${KX_SANITIZE})
+endif()
