@@ -1,0 +1,94 @@
+// Script errors, pending until the interpreter takes them, and the debug console.
+#include "Files/Code/Code_Error.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+KXErrorHandler g_handler = nullptr;
+
+thread_local bool t_raised = false;  // apart from the text: asked after every call of a built-in
+thread_local std::string t_text;
+
+std::string Format(const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    return text;
+}
+
+/// Messages quote names that scripts and archives made up: nothing of them may drive the terminal.
+void ShowControlCharacters(std::string* text) {
+    for (char& c : *text) {
+        bool control = static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+        if (control && c != '\n' && c != '\t') c = '?';
+    }
+}
+
+class StandardErrorConsole : public IConsole {
+public:
+    void Output(const char* format, ...) override __attribute__((format(printf, 2, 3))) {
+        va_list arguments;
+        va_start(arguments, format);
+        std::string text = Format(format, arguments);
+        va_end(arguments);
+        ShowControlCharacters(&text);
+
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_pending += text;
+        size_t end = m_pending.rfind('\n');
+        if (end == std::string::npos) return;
+        WriteOut(std::string_view(m_pending).substr(0, end + 1));
+        m_pending.erase(0, end + 1);
+    }
+
+private:
+    static void WriteOut(std::string_view text) {
+        while (!text.empty()) {
+            ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+            if (written < 0 && errno == EINTR) continue;
+            if (written <= 0) return;  // nobody is left to be told
+            text.remove_prefix(static_cast<size_t>(written));
+        }
+    }
+
+    std::mutex m_mutex;
+    std::string m_pending;  // the start of a line
+};
+
+}  // namespace
+
+IConsole* dbg_csol = new StandardErrorConsole;  // outlives every static object that may report something
+
+void KXError(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::string text = Format(format, arguments);
+    va_end(arguments);
+
+    if (g_handler) {
+        g_handler(text.c_str());
+    } else if (!t_raised) {
+        t_raised = true;
+        t_text = std::move(text);
+    }
+}
+
+KXErrorHandler KXSetErrorHandler(KXErrorHandler handler) {
+    return std::exchange(g_handler, handler);
+}
+
+bool KXTakeError(std::string* text) {
+    if (!t_raised) return false;
+    t_raised = false;
+    *text = std::exchange(t_text, std::string());
+    return true;
+}

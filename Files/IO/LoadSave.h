@@ -1,0 +1,172 @@
+#pragma once
+
+#include "Files/Buffer/Buffer_Standard.h"
+#include "Platform/Platform_File.h"
+
+#include <cstdio>
+
+/// Files as scripts see them: two areas and virtual files.
+///
+/// A script's file name is never opened as it stands. It is a name in one of two areas: the save area, which is
+/// writable and belongs to the player, and the bundle area, which holds what the game ships and is never changed.
+/// In a name "\" counts as "/", "." drops out, ".." steps back. Whatever would leave its area, by ".." or by a link, is
+/// refused, and so are names that are empty or only blanks, hold control characters or are not UTF-8. A full path
+/// is a name too when it lies inside the area.
+///
+/// A virtual file is opened by reading it whole into memory, and written by replacing it whole when it is closed:
+/// until then the file on disk is as it was, and at every instant it is whole.
+///
+///     _KXFILE* file = LoadSave::fopen("scores/best.txt", "w");   // makes scores/ in the save area
+///     if (!file) return;                                         // no such place, or no permission
+///     LoadSave::fputs(file, "1200\n");
+///     LoadSave::fclose(file);                                    // on the disk now, or KXError says why not
+///
+/// Wrong: opening a path that the module resolved with the standard fopen for writing. It cuts the old file first.
+
+struct ASYNC_SAVE_LOAD_REQ_CONTEXT;
+struct HTTP_REQ_CONTEXT;
+
+/// A virtual file.
+struct _KXFILE {
+    Buffer_Standard* pBuff = nullptr;  ///< the contents; owned
+    bool isText = false;
+    char* pName = nullptr;   ///< full path that it is written back to, host memory; null where there is none
+    bool writeBack = false;  ///< open for writing
+
+    // What the host adds. The module neither sets nor reads it.
+    bool append = false;   ///< every write goes to the end, and a failed script's file is written back all the same
+    bool changed = false;  ///< differs from the file on disk
+    bool created = false;  ///< made, empty, by the open
+    _KXFILE* previous = nullptr;
+    _KXFILE* next = nullptr;
+};
+typedef _KXFILE* HKXFILE;
+
+/// Head of the host's list of HTTP requests.
+extern HTTP_REQ_CONTEXT* g_pHttpHead;
+
+/// Static operations only.
+/// Handles may be null everywhere: a null file is at its end, takes nothing and gives nothing.
+/// @thread areas are set while nothing else runs; fopen, fclose and the whole-file operations on any thread; one file's
+///         own operations on one thread at a time.
+class LoadSave {
+public:
+    // --- the areas -------------------------------------------------------------------------------------------------
+
+    /// Makes a directory, which is created when missing, the save area, and removes what killed writers left there.
+    /// @return 0 or an errno value, the area is then as it was: EINVAL for a path that holds a backslash (the module
+    ///         cuts paths at the last one), EBUSY while files are open for writing.
+    static int SetSaveArea(const char* directory);
+
+    /// Makes a directory the bundle area.
+    /// @return 0 or an errno value; the area is then as it was.
+    static int SetBundleArea(const char* directory);
+
+    /// @return true when the name is a regular file of the area.
+    static bool SaveFileExists(const char* name);
+    static bool BundleFileExists(const char* name);
+
+    /// Writes a name's full path in the area, whether anything is there or not.
+    /// @param out   at least 1 byte; empty where the name is refused.
+    /// @param size  bytes at `out`, terminator included; a path is never cut, a longer one is refused.
+    /// @return 0, or an errno value for a refused name, with a line on dbg_csol that says why.
+    static int _GetSaveFileName(char* out, int size, const char* name);
+    static int _GetBundleFileName(char* out, int size, const char* name);
+
+    // --- whole files -----------------------------------------------------------------------------------------------
+
+    /// Deletes a regular file or a link of the save area.
+    /// @return 1, or 0 where there is none or it cannot be deleted.
+    static int RemoveSaveFile(const char* name);
+
+    /// @param size  set to the length in bytes.
+    /// @return the bytes of a bundle file in host memory, a zero byte after them, or null; released with
+    ///         MemoryManager::Free.
+    static char* ReadBundleFile(const char* name, int* size);
+
+    /// Replaces a whole file of the save area in one step; missing directories are made.
+    /// @param data  `length` bytes, not kept; null, or a negative length, is a failure that touches nothing.
+    /// @param ctx   reserved, null.
+    /// @return 1; 0 when it failed, the old file is then as it was and a line on dbg_csol says why.
+    static int WriteFile(const char* name, const char* data, int length, ASYNC_SAVE_LOAD_REQ_CONTEXT* ctx);
+
+    // --- virtual files ---------------------------------------------------------------------------------------------
+
+    /// Opens a virtual file.
+    ///
+    /// | mode              | contents                    | position | writable |
+    /// |-------------------|-----------------------------|----------|----------|
+    /// | "r", "rt", "rb"   | the file's; it must exist   | 0        | no       |
+    /// | "w", "wb", "wb+"… | none                        | 0        | yes      |
+    /// | "a+"              | the file's, or none         | the end  | yes      |
+    /// | "rw"              | the file's, or none         | 0        | yes      |
+    ///
+    /// A relative name is looked up in the save area, then in the bundle area. Writing goes to the save area whatever
+    /// the name: to the same name there for a file of the bundle. Missing directories are made, and a missing file is
+    /// created at once, unless the bundle has a file of that name, which the empty one would hide until the close.
+    /// @return the file, which fclose releases; null, with errno set, where it cannot be opened: ENOENT, EACCES,
+    ///         EISDIR, ENXIO for what is no regular file, EFBIG beyond kx::kMaxFileBytes, EXDEV for a refused name.
+    static _KXFILE* fopen(const char* path, const char* mode);
+
+    /// Writes a changed file back and releases the handle, one that the module made with `new` too.
+    /// @return 0; -1 where it could not be written: the file on disk is as it was, and KXError tells the script.
+    static int fclose(_KXFILE* file);
+
+    /// @return the next character; -256 at the end: negative, and a zero byte where it is stored as one.
+    static int fgetc(_KXFILE* file) {
+        if (kxfeof(file)) return kEndOfContents;
+        return static_cast<unsigned char>(file->pBuff->m_data[file->pBuff->m_position++]);
+    }
+
+    /// @return true at the end of the contents.
+    static bool kxfeof(_KXFILE* file) { return !file || file->pBuff->m_position >= file->pBuff->m_size; }
+
+    /// @return true before a CR or a LF, and at the end of the contents.
+    static bool kxfeoln(_KXFILE* file) {
+        if (kxfeof(file)) return true;
+        char next = file->pBuff->m_data[file->pBuff->m_position];
+        return next == '\n' || next == '\r';
+    }
+
+    /// As many fgetc calls as it takes to read through the next LF, at most `room`, in one go.
+    /// @return characters written to `out`; no terminator is added.
+    static int ReadThroughLine(_KXFILE* file, char* out, int room);
+
+    /// As many fgetc calls as it takes to stand before the next CR or LF, at most `room`, in one go.
+    /// @return characters written to `out`; no terminator is added.
+    static int ReadToLineEnd(_KXFILE* file, char* out, int room);
+
+    /// Skips blanks and line ends and reads the longest decimal number there, with an optional sign; the position is
+    /// then after it. Where there is none the value is 0 and the position after the blanks.
+    static void freadreal(_KXFILE* file, double* value);
+
+    /// Writes a text at the position.
+    /// @return 0; -1 where the file is not open for writing or would grow past kx::kMaxFileBytes (KXError says so).
+    static int fputs(_KXFILE* file, const char* text);
+
+    /// As their namesakes of the standard library.
+    static unsigned fread(void* buf, unsigned size, unsigned count, _KXFILE* file);
+    static unsigned fwrite(const void* buf, unsigned size, unsigned count, _KXFILE* file);
+    static int fseek(_KXFILE* file, long offset, int whence);
+    static long ftell(_KXFILE* file);
+
+    // --- the end ---------------------------------------------------------------------------------------------------
+
+    /// Whether replaced files are on the disk when a close returns (the default), or only whole.
+    static void SetDurability(kx::Durability durability);
+
+    /// For a script that failed: what it had open for writing anew will not replace what is on disk. Each such file is
+    /// named on dbg_csol. Files open for appending are still written back.
+    static void DiscardUnfinished();
+
+    /// Writes back every virtual file that is still open for writing; KXError names each that fails. Handles stay valid
+    /// for fclose, which then writes nothing.
+    static void Shutdown();
+
+private:
+    static constexpr int kEndOfContents = -256;
+};
+
+/// Closes what a file slot holds: a virtual file or a stream of the standard library, whichever the pointer is.
+/// @return 0, or -1 where something could not be written. Null-safe.
+int KXCloseStream(FILE* stream);
