@@ -1,0 +1,57 @@
+// Script arrays: elements, growth and reference counts.
+#include "Files/Base/RefDynamicArray.h"
+
+#include "Platform/MemoryManager.h"
+
+#include <climits>
+#include <new>
+
+namespace {
+
+constexpr int kFirstElements = 4;
+
+void Reserve(RefDynamicArrayOfRValue* array, int length) {
+    if (length <= array->m_allocated) return;
+    long long grown = array->m_allocated ? array->m_allocated * 2LL : kFirstElements;
+    if (grown < length) grown = length;
+    long long bytes = grown * static_cast<long long>(sizeof(RValue));
+    if (bytes > INT_MAX) throw std::bad_alloc();
+    array->m_elements = static_cast<RValue*>(
+        MemoryManager::ReAlloc(array->m_elements, static_cast<unsigned int>(bytes), __FILE__, __LINE__, true));
+    array->m_allocated = static_cast<int>(grown);
+}
+
+}  // namespace
+
+RefDynamicArrayOfRValue* ARRAY_RefAlloc() {
+    return new RefDynamicArrayOfRValue{nullptr, 0, 0, 1, 0};
+}
+
+void SET_RValue(RValue* array, RValue* value, KXObjectBase* /*owner*/, int index) {
+    bool holdsArray = (array->kind & KIND_MASK) == VALUE_ARRAY && array->arr;
+    if (!holdsArray || index < 0 || index == INT_MAX) return;
+
+    RefDynamicArrayOfRValue* elements = array->arr;
+    Reserve(elements, index + 1);
+    if (elements->m_length <= index) elements->m_length = index + 1;
+
+    RValue old = elements->m_elements[index];
+    COPY_RValue(&elements->m_elements[index], value);
+    FREE_RValue__Pre(&old);
+}
+
+void Array_DecRef(RefDynamicArrayOfRValue* array) {
+    if (!array) return;
+    LOCK_RVALUE_MUTEX();
+    bool last = --array->m_refCount == 0;
+    UNLOCK_RVALUE_MUTEX();
+    if (!last) return;
+
+    for (int i = 0; i < array->m_length; ++i) {
+        FREE_RValue__Pre(&array->m_elements[i]);
+    }
+    MemoryManager::Free(array->m_elements);
+    delete array;
+}
+
+void Array_SetOwner(RefDynamicArrayOfRValue* /*array*/) {}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Files/Base/RValue.h"
+
+/// A script array: the record that VALUE_ARRAY values share.
+///
+/// The elements are host memory and belong to the array. An array lives as long as values hold it: COPY_RValue adds a
+/// reference, FREE_RValue__Pre takes one away.
+struct RefDynamicArrayOfRValue {
+    RValue* m_elements;
+    int m_length;
+    unsigned int m_visited;  ///< visit stamp; see g_comparisonARRAY_RValue
+    int m_refCount;
+    int m_allocated;  ///< elements that fit before the array has to grow
+};
+
+/// @return a new, empty array with one reference, which the caller owns.
+/// @throws std::bad_alloc
+RefDynamicArrayOfRValue* ARRAY_RefAlloc();
+
+/// Stores a copy of a value at an index of an array, which grows as needed; new elements in between are the real 0.
+/// What stood at the index is released.
+/// @param array  a VALUE_ARRAY value with an array; anything else, and an index below 0, changes nothing.
+/// @param owner  reserved, null.
+/// @throws std::bad_alloc; the array is then as it was.
+/// @thread script thread
+void SET_RValue(RValue* array, RValue* value, KXObjectBase* owner, int index);
+
+/// Takes one reference away; the last one releases the elements and the array. Null-safe.
+/// @thread any
+void Array_DecRef(RefDynamicArrayOfRValue* array);
+
+/// Tells the host that an array has left its holder. This host keeps no owners: the pointer may be stale and is not
+/// followed.
+void Array_SetOwner(RefDynamicArrayOfRValue* array);

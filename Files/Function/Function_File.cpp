@@ -1,0 +1,112 @@
+// The module's frame: its tables, its built-ins, its start and its end.
+#include "Files/Function/Function_File.h"
+
+#include "Files/Base/RefDynamicArray.h"
+#include "Files/Function/Function_File_Internal.h"
+#include "Files/Run/Run_Command.h"
+#include "Platform/MemoryManager.h"
+
+StFile textfiles[MAXFILE];
+int filestatus[MAXFILE];
+StFile binfiles[MAXBFILE];
+bool bfilestatus[MAXBFILE];
+
+RValue g_undefined = {{0}, 0, VALUE_UNDEFINED};
+
+namespace {
+
+struct BuiltIn {
+    const char* name;
+    TRoutine handler;
+    int argc;
+    bool flag;
+};
+
+const BuiltIn g_builtIns[] = {
+    {"file_text_open_from_string", F_FileTextSet, 1, false},
+    {"file_text_open_read", F_FileTextOpenRead, 1, false},
+    {"file_text_open_write", F_FileTextOpenWrite, 1, false},
+    {"file_text_open_append", F_FileTextOpenAppend, 1, false},
+    {"file_text_close", F_FileTextClose, 1, false},
+    {"file_text_read_string", F_FileTextReadString, 1, false},
+    {"file_text_read_real", F_FileTextReadReal, 1, false},
+    {"file_text_readln", F_FileTextReadLn, 1, false},
+    {"file_text_eof", F_FileTextEof, 1, false},
+    {"file_text_eoln", F_FileTextEoln, 1, false},
+    {"file_text_write_string", F_FileTextWriteString, 2, false},
+    {"file_text_write_real", F_FileTextWriteReal, 2, false},
+    {"file_text_writeln", F_FileTextWriteLn, 1, false},
+    {"parameter_count", F_ParameterCount, 0, false},
+    {"parameter_string", F_ParameterString, 1, false},
+    {"environment_get_variable", F_EnvironmentGetVariable, 1, false},
+};
+
+void ClearSlots(StFile* slots, int count) {
+    for (int i = 0; i < count; ++i) {
+        slots[i].name = nullptr;
+        slots[i].hF = nullptr;
+    }
+}
+
+}  // namespace
+
+void InitTextFiles() {
+    ClearSlots(textfiles, MAXFILE);
+    for (int& status : filestatus) {
+        status = FILE_CLOSED;
+    }
+}
+
+void InitBinFiles() {
+    ClearSlots(binfiles, MAXBFILE);
+    for (bool& status : bfilestatus) {
+        status = false;
+    }
+}
+
+void InitFileFunctions() {
+    Secure_Mode = false;
+    InitBinFiles();
+    InitTextFiles();
+    for (const BuiltIn& builtIn : g_builtIns) {
+        Function_Add(builtIn.name, builtIn.handler, builtIn.argc, builtIn.flag);
+    }
+}
+
+void FINALIZE_Function_File() {
+    for (StFile& slot : binfiles) {
+        if (slot.file) KXCloseStream(slot.file);
+        MemoryManager::Free(slot.name);
+        slot.name = nullptr;
+        slot.file = nullptr;
+    }
+    g_pHttpHead = nullptr;
+}
+
+void FREE_RValue__Pre(RValue* v) {
+    switch (v->kind & KIND_MASK) {
+    case VALUE_ARRAY:
+        if (v->arr) {
+            Array_DecRef(v->arr);
+            Array_SetOwner(v->arr);
+        }
+        return;
+    case VALUE_PTR:
+        if ((v->flags & VALUE_FLAG_OWNED) && v->owned) delete v->owned;
+        return;
+    case VALUE_STRING:
+        if (v->str) {
+            LOCK_RVALUE_MUTEX();
+            if (--v->str->m_refCount == 0) {
+                KXFree(v->str->m_thing);
+                v->str->m_thing = nullptr;
+                v->str->m_size = 0;
+                delete v->str;
+            }
+            UNLOCK_RVALUE_MUTEX();
+        }
+        v->str = nullptr;
+        return;
+    default: return;
+    }
+}

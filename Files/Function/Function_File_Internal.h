@@ -1,0 +1,74 @@
+#pragma once
+
+// What the module's sources share. Nobody else includes it.
+
+#include "Files/Function/Function_File.h"
+#include "Files/IO/LoadSave.h"
+
+/// What the module's allocations are tagged with.
+constexpr char MODULE_SOURCE[] = "Files/Function/Function_File";
+
+constexpr int MAXFILE = 32;   // text-file slots; slot 0 is never handed out
+constexpr int MAXBFILE = 32;  // binary-file slots; slot 0 is never handed out
+
+typedef char* String;
+
+/// One slot of the text-file and of the binary-file table.
+struct StFile {
+    String name;  // resolved full path, owned; null when the slot is empty
+    int mode;     // as the opener was asked
+    union {
+        FILE* file;  // how the shutdown sees the handle
+        HKXFILE hF;  // how everything else sees it
+    };
+};
+
+enum : int { FILE_CLOSED = 0, FILE_READING = 1, FILE_WRITING = 2 };
+
+extern StFile textfiles[MAXFILE];
+extern int filestatus[MAXFILE];
+extern StFile binfiles[MAXBFILE];
+extern bool bfilestatus[MAXBFILE];
+
+/// The size of the buffers that names are resolved into, and of the scratch copies that paths are cut in.
+constexpr int PATH_SIZE = 1024;
+constexpr int SCRATCH_PATH_SIZE = 2048;
+
+inline void SetReal(RValue& result, double value) {
+    result.real = value;
+    result.kind = VALUE_REAL;
+}
+
+/// Resolves a name that is to be read: in the save area, else in the bundle area.
+/// @return false where it exists in neither; `path` is then as it was.
+inline bool ResolveExisting(char* path, const char* name) {
+    if (LoadSave::SaveFileExists(name)) {
+        LoadSave::_GetSaveFileName(path, PATH_SIZE, name);
+        return true;
+    }
+    if (LoadSave::BundleFileExists(name)) {
+        LoadSave::_GetBundleFileName(path, PATH_SIZE, name);
+        return true;
+    }
+    return false;
+}
+
+// Text files
+void F_FileTextSet(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextOpenRead(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextOpenWrite(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextOpenAppend(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextClose(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextReadString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextReadReal(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextReadLn(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextEof(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextEoln(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextWriteString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextWriteReal(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileTextWriteLn(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// Program parameters and environment
+void F_ParameterCount(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_ParameterString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_EnvironmentGetVariable(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
