@@ -1,0 +1,65 @@
+// The call gate: every call of a built-in from Lua passes here.
+#include "Runner/Lua_Call.h"
+
+#include "Files/Code/Code_Error.h"
+#include "Runner/Lua_Value.h"
+
+#include <exception>
+#include <new>
+#include <string>
+
+namespace kx {
+namespace {
+
+/// The one place where C++ exceptions become script errors.
+void CallHandler(const FunctionRecord& record, RValue* result, RValue* arguments) {
+    try {
+        record.routine(*result, nullptr, nullptr, record.argc, arguments);
+    } catch (const KXRecursionLimit&) {
+        ResetVisits();
+        KXError("%s: values are nested too deep, or in a circle", record.name);
+    } catch (const std::bad_alloc&) {
+        KXError("%s: not enough memory", record.name);
+    } catch (const std::exception& failure) {
+        KXError("%s: %s", record.name, failure.what());
+    }
+}
+
+int RaiseWithPosition(lua_State* L, const std::string& text) {
+    luaL_where(L, 1);
+    lua_pushlstring(L, text.data(), text.size());
+    lua_concat(L, 2);
+    return lua_error(L);
+}
+
+int Call(lua_State* L) {
+    const auto& record = *static_cast<const FunctionRecord*>(lua_touserdata(L, lua_upvalueindex(1)));
+    int given = lua_gettop(L);
+    if (given != record.argc) {
+        const char* plural = record.argc == 1 ? "" : "s";
+        return luaL_error(L, "%s takes %d argument%s, but %d given", record.name, record.argc, plural, given);
+    }
+    CallArguments arguments;
+    arguments.Take(L, record);
+    OwnedValue result;
+    CallHandler(record, &result.value, arguments.Data());
+
+    std::string error;
+    if (KXTakeError(&error)) return RaiseWithPosition(L, error);
+    PushValue(L, record, result.value);
+    return 1;
+}
+
+}  // namespace
+
+void OpenBuiltIns(lua_State* L) {
+    for (int i = 0; i < Function_Count(); ++i) {
+        const FunctionRecord* record = Function_At(i);
+        if (record->argc > kMaxCallArguments) continue;
+        lua_pushlightuserdata(L, const_cast<FunctionRecord*>(record));
+        lua_pushcclosure(L, Call, 1);
+        lua_setglobal(L, record->name);
+    }
+}
+
+}  // namespace kx

@@ -1,0 +1,176 @@
+// Lua's libraries as scripts see them, modules from the bundle, and the kx table.
+#include "Runner/Lua_Library.h"
+
+#include "Files/IO/LoadSave.h"
+#include "Platform/MemoryManager.h"
+#include "Runner/Version.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+namespace kx {
+namespace {
+
+struct Library {
+    const char* name;
+    lua_CFunction open;
+};
+
+const Library kClosedLibraries[] = {
+    {LUA_GNAME, luaopen_base},       {LUA_STRLIBNAME, luaopen_string}, {LUA_TABLIBNAME, luaopen_table},
+    {LUA_MATHLIBNAME, luaopen_math}, {LUA_UTF8LIBNAME, luaopen_utf8},  {LUA_COLIBNAME, luaopen_coroutine},
+};
+
+const char* const kClosedOs[] = {"time", "clock", "date", "difftime"};
+
+/// Stands in package.loaded while a module is being loaded, so that a circle is found.
+const char kLoading = 0;
+
+// --- load ----------------------------------------------------------------------------------------------------------
+
+/// load(chunk, name, mode, env) with the mode always "t": binary chunks can crash the interpreter.
+int LoadText(lua_State* L) {
+    if (lua_gettop(L) < 3) lua_settop(L, 3);
+    lua_pushliteral(L, "t");
+    lua_replace(L, 3);
+    lua_pushvalue(L, lua_upvalueindex(1));
+    lua_insert(L, 1);
+    lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
+    return lua_gettop(L);
+}
+
+// --- require -------------------------------------------------------------------------------------------------------
+
+std::string ModulePath(const char* name) {
+    std::string path = name;
+    std::replace(path.begin(), path.end(), '.', '/');
+    return path + ".lua";
+}
+
+/// Pushes a module's chunk, or the reason why there is none.
+/// @return LUA_OK, or what went wrong: LUA_ERRFILE where the bundle has no such file.
+int LoadModule(lua_State* L, const char* name) {
+    std::string path = ModulePath(name);
+    int size = 0;
+    std::unique_ptr<char, decltype(&KXFree)> text(LoadSave::ReadBundleFile(path.c_str(), &size), &KXFree);
+    if (!text) {
+        lua_pushfstring(L, "no file '%s' in the bundle", path.c_str());
+        return LUA_ERRFILE;
+    }
+    std::string chunk = "@" + path;
+    return luaL_loadbufferx(L, text.get(), static_cast<size_t>(size), chunk.c_str(), "t");
+}
+
+/// require(name): the module's value, loaded at the first call.
+int Require(lua_State* L) {
+    const char* name = luaL_checkstring(L, 1);
+    lua_settop(L, 1);
+    luaL_getsubtable(L, LUA_REGISTRYINDEX, LUA_LOADED_TABLE);  // index 2
+    lua_getfield(L, 2, name);
+    if (lua_touserdata(L, -1) == &kLoading) return luaL_error(L, "module '%s' requires itself in a circle", name);
+    if (lua_toboolean(L, -1)) return 1;
+    lua_pop(L, 1);
+
+    if (LoadModule(L, name) != LUA_OK) return luaL_error(L, "module '%s': %s", name, lua_tostring(L, -1));
+    lua_pushlightuserdata(L, const_cast<char*>(&kLoading));
+    lua_setfield(L, 2, name);
+    lua_pushvalue(L, 1);
+    if (lua_pcall(L, 1, 1, 0) != LUA_OK) {
+        lua_pushnil(L);
+        lua_setfield(L, 2, name);  // a later require tries again
+        return lua_error(L);
+    }
+    if (lua_isnil(L, -1)) lua_pushboolean(L, 1);
+    lua_pushvalue(L, -1);
+    lua_setfield(L, 2, name);
+    return 1;
+}
+
+/// The bundle as one of package.searchers.
+int SearchBundle(lua_State* L) {
+    const char* name = luaL_checkstring(L, 1);
+    int found = LoadModule(L, name);
+    if (found != LUA_OK && found != LUA_ERRFILE) return luaL_error(L, "module '%s': %s", name, lua_tostring(L, -1));
+    return 1;
+}
+
+// --- kx ------------------------------------------------------------------------------------------------------------
+
+using ExitFunction = void (*)(int);
+
+/// kx.exit([status]): ends the program here and now; nothing can catch it.
+int Exit(lua_State* L) {
+    auto status = static_cast<int>(luaL_optinteger(L, 1, 0));
+    auto atExit = reinterpret_cast<ExitFunction>(lua_touserdata(L, lua_upvalueindex(1)));
+    atExit(status);
+    return 0;
+}
+
+void OpenKx(lua_State* L, ExitFunction atExit) {
+    lua_newtable(L);
+    lua_pushstring(L, kVersion);
+    lua_setfield(L, -2, "version");
+    lua_pushlightuserdata(L, nullptr);
+    lua_setfield(L, -2, "null");
+    lua_pushlightuserdata(L, reinterpret_cast<void*>(atExit));
+    lua_pushcclosure(L, Exit, 1);
+    lua_setfield(L, -2, "exit");
+    lua_setglobal(L, "kx");
+}
+
+// --- containment ---------------------------------------------------------------------------------------------------
+
+void OpenClosedOs(lua_State* L) {
+    luaL_requiref(L, LUA_OSLIBNAME, luaopen_os, 0);
+    lua_newtable(L);
+    for (const char* name : kClosedOs) {
+        lua_getfield(L, -2, name);
+        lua_setfield(L, -2, name);
+    }
+    luaL_getsubtable(L, LUA_REGISTRYINDEX, LUA_LOADED_TABLE);
+    lua_pushvalue(L, -2);
+    lua_setfield(L, -2, LUA_OSLIBNAME);  // require "os" gives the same few
+    lua_pop(L, 1);
+    lua_setglobal(L, LUA_OSLIBNAME);
+    lua_pop(L, 1);
+}
+
+void OpenClosed(lua_State* L) {
+    for (const Library& library : kClosedLibraries) {
+        luaL_requiref(L, library.name, library.open, 1);
+        lua_pop(L, 1);
+    }
+    OpenClosedOs(L);
+    for (const char* name : {"dofile", "loadfile"}) {
+        lua_pushnil(L);
+        lua_setglobal(L, name);
+    }
+    lua_getglobal(L, "load");
+    lua_pushcclosure(L, LoadText, 1);
+    lua_setglobal(L, "load");
+    lua_pushcfunction(L, Require);
+    lua_setglobal(L, "require");
+}
+
+void OpenEverything(lua_State* L) {
+    luaL_openlibs(L);
+    lua_getglobal(L, LUA_LOADLIBNAME);
+    lua_getfield(L, -1, "searchers");
+    lua_pushcfunction(L, SearchBundle);
+    lua_rawseti(L, -2, static_cast<lua_Integer>(lua_rawlen(L, -2)) + 1);
+    lua_pop(L, 2);
+}
+
+}  // namespace
+
+void OpenLibraries(lua_State* L, Containment containment, ExitFunction atExit) {
+    if (containment == Containment::closed) {
+        OpenClosed(L);
+    } else {
+        OpenEverything(L);
+    }
+    OpenKx(L, atExit);
+}
+
+}  // namespace kx

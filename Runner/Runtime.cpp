@@ -1,0 +1,180 @@
+// One run of kxrun.
+#include "Runner/Runtime.h"
+
+#include "Files/Code/Code_Error.h"
+#include "Files/Code/Code_Function.h"
+#include "Files/Function/Function_File.h"
+#include "Files/IO/LoadSave.h"
+#include "Files/Run/Run_Command.h"
+#include "Runner/Lua_Call.h"
+#include "Runner/Lua_Library.h"
+#include "Runner/Repl.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace kx {
+namespace {
+
+constexpr int kScriptError = 1;
+constexpr int kWrongUsage = 2;
+
+bool g_unwritten = false;
+
+/// At the end no script is left to be told: each file that could not be written is named.
+void ReportUnwritten(const char* text) {
+    g_unwritten = true;
+    PrintError(text);
+}
+
+/// Ends the module and the host: everything that is open for writing is written back.
+/// @return true where all of it is on the disk.
+bool CloseFiles() {
+    KXSetErrorHandler(ReportUnwritten);
+    FINALIZE_Function_File();
+    LoadSave::Shutdown();
+    KXSetErrorHandler(nullptr);
+    return !g_unwritten;
+}
+
+/// Output that nobody can read any more is no reason to lose a save: the end reports it.
+bool FlushOutput() {
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
+    PrintError("cannot write to standard output");
+    return false;
+}
+
+void ExitNow(int status) {
+    bool written = CloseFiles();
+    bool printed = FlushOutput();
+    std::exit(written && printed ? status : kScriptError);
+}
+
+/// Message handler: the error as a text, with a traceback.
+int AddTraceback(lua_State* L) {
+    const char* text = lua_tostring(L, 1);
+    if (!text && luaL_callmeta(L, 1, "__tostring") && lua_type(L, -1) == LUA_TSTRING) text = lua_tostring(L, -1);
+    if (!text) text = lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, 1));
+    luaL_traceback(L, L, text, 1);
+    return 1;
+}
+
+void ListBuiltIns() {
+    for (int i = 0; i < Function_Count(); ++i) {
+        const FunctionRecord* record = Function_At(i);
+        std::printf("%-32s %d\n", record->name, record->argc);
+    }
+}
+
+int CannotUse(const char* what, const std::string& folder, int reason, const char* advice) {
+    std::string text = std::string("cannot use ") + what + " \"" + folder + "\": " + std::strerror(reason) + advice;
+    PrintError(text.c_str());
+    return kWrongUsage;
+}
+
+}  // namespace
+
+int Runtime::Run() {
+    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe ends the output, not the script
+    InitFileFunctions();
+    if (m_options.list) {
+        ListBuiltIns();
+        return FlushOutput() ? 0 : kScriptError;
+    }
+    if (int status = OpenAreas()) return status;
+    OpenLua();
+
+    bool ended = RunChunks() && RunScript();
+    if (m_options.interactive) ended = RunRepl(m_lua.get());
+    return End(!ended);
+}
+
+int Runtime::OpenAreas() {
+    std::string save = SaveFolder(m_options);
+    if (save.empty()) {
+        PrintError("no folder for saves: name one with --save");
+        return kWrongUsage;
+    }
+    LoadSave::SetDurability(m_options.durable ? Durability::full : Durability::none);
+    if (int reason = LoadSave::SetSaveArea(save.c_str())) {
+        return CannotUse("the save folder", save, reason, "; name another with --save");
+    }
+    std::string bundle = BundleFolder(m_options);
+    if (int reason = LoadSave::SetBundleArea(bundle.c_str())) {
+        return CannotUse("the bundle", bundle, reason, "; name another with --bundle");
+    }
+
+    m_parameters.push_back(const_cast<char*>(m_options.script.c_str()));
+    for (const std::string& parameter : m_options.parameters) {
+        m_parameters.push_back(const_cast<char*>(parameter.c_str()));
+    }
+    SetParameters(static_cast<int>(m_parameters.size()), m_parameters.data());
+    return 0;
+}
+
+void Runtime::OpenLua() {
+    m_lua.reset(luaL_newstate());
+    if (!m_lua) throw std::bad_alloc();
+    OpenLibraries(m_lua.get(), m_options.unsafe ? Containment::open : Containment::closed, ExitNow);
+    OpenBuiltIns(m_lua.get());
+}
+
+bool Runtime::RunChunks() {
+    for (const std::string& code : m_options.code) {
+        int loaded = luaL_loadbufferx(m_lua.get(), code.data(), code.size(), "=(command line)", "t");
+        if (!CallChunk(loaded, 0)) return false;
+    }
+    return true;
+}
+
+bool Runtime::RunScript() {
+    if (m_options.script.empty()) return true;
+    lua_State* L = m_lua.get();
+    const char* path = m_options.script == "-" ? nullptr : m_options.script.c_str();
+    int loaded = luaL_loadfilex(L, path, "t");
+    int parameters = 0;
+    for (const std::string& parameter : m_options.parameters) {
+        if (loaded != LUA_OK) break;
+        luaL_checkstack(L, 1, "too many parameters");
+        lua_pushlstring(L, parameter.data(), parameter.size());
+        ++parameters;
+    }
+    return CallChunk(loaded, parameters);
+}
+
+bool Runtime::CallChunk(int loaded, int parameters) {
+    lua_State* L = m_lua.get();
+    if (loaded == LUA_OK && CallWithTraceback(L, parameters, 0)) return true;
+    PrintError(lua_tostring(L, -1));
+    lua_pop(L, 1);
+    return false;
+}
+
+/// The order matters: after a failure nothing may replace a good save, not even what finalisers close.
+int Runtime::End(bool failed) {
+    if (failed) LoadSave::DiscardUnfinished();
+    m_lua.reset();
+    bool written = CloseFiles();
+    bool printed = FlushOutput();
+    return failed || !written || !printed ? kScriptError : 0;
+}
+
+bool CallWithTraceback(lua_State* L, int arguments, int results) {
+    int base = lua_gettop(L) - arguments;
+    lua_pushcfunction(L, AddTraceback);
+    lua_insert(L, base);
+    bool ended = lua_pcall(L, arguments, results, base) == LUA_OK;
+    lua_remove(L, base);
+    return ended;
+}
+
+void PrintError(const char* text) {
+    bool coloured = ::isatty(STDERR_FILENO) && !std::getenv("NO_COLOR");
+    std::fflush(stdout);  // what the script said before comes first
+    std::fprintf(stderr, coloured ? "\033[31mkxrun:\033[0m %s\n" : "kxrun: %s\n", text);
+}
+
+}  // namespace kx

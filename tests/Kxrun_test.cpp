@@ -1,0 +1,325 @@
+// kxrun as a program: statuses, streams, and what happens to open files at the end.
+#include "tests/support/Folder.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kx::test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+struct Outcome {
+    int status;
+    std::string out, errors;
+};
+
+/// Runs the program with areas of its own.
+class Kxrun : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::filesystem::create_directory(Bundle());
+        WriteWholeFile(Folder("in"), "");
+    }
+
+    std::filesystem::path Folder(const std::string& name) const { return m_folder.Path() / name; }
+    std::filesystem::path Save() const { return Folder("save"); }
+    std::filesystem::path Bundle() const { return Folder("bundle"); }
+
+    Outcome Run(Words words) {
+        words.insert(words.begin(), {KXRUN, "--save", Save().string(), "--bundle", Bundle().string()});
+        return Start(words);
+    }
+
+    Outcome Start(Words words) {
+        pid_t child = ::fork();
+        if (child == 0) {
+            Redirect(Folder("in"), O_RDONLY, STDIN_FILENO);
+            Redirect(Folder("out"), O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
+            Redirect(Folder("errors"), O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
+            Become(words);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), ReadWholeFile(Folder("out")),
+                ReadWholeFile(Folder("errors"))};
+    }
+
+    Outcome RunScript(const std::string& code, Words parameters = {}) {
+        WriteWholeFile(Bundle() / "game.lua", code);
+        parameters.insert(parameters.begin(), (Bundle() / "game.lua").string());
+        return Run(parameters);
+    }
+
+    /// Runs the program on a terminal, types each text when the prompt is there, and gives what the terminal shows.
+    std::string RunOnTerminal(Words words, const Words& typed) {
+        words.insert(words.begin(), {KXRUN, "--save", Save().string(), "--bundle", Bundle().string()});
+        int terminal = -1;
+        pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+        if (child == 0) {
+            ::setenv("TERM", "xterm", 1);
+            ::setenv("XDG_STATE_HOME", Folder("state").c_str(), 1);
+            Become(words);
+        }
+        std::string shown;
+        for (const std::string& text : typed) {
+            shown += ReadUntil(terminal, "\n> ");
+            EXPECT_EQ(::write(terminal, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        }
+        shown += ReadUntil(terminal, "");
+        ::close(terminal);
+        ::waitpid(child, nullptr, 0);
+        return shown;
+    }
+
+private:
+    /// What a terminal shows until a text ends it, or until it is closed when the text is empty. A program that falls
+    /// silent for a minute fails the test instead of hanging it.
+    static std::string ReadUntil(int terminal, const std::string& end) {
+        std::string shown;
+        auto ended = [&] {
+            return !end.empty() && shown.size() >= end.size() && shown.substr(shown.size() - end.size()) == end;
+        };
+        while (!ended()) {
+            pollfd waiting{terminal, POLLIN, 0};
+            if (::poll(&waiting, 1, 60000) == 0) {
+                ADD_FAILURE() << "silent after: " << shown;
+                return shown;
+            }
+            char part[4096];
+            ssize_t count = ::read(terminal, part, sizeof part);
+            if (count <= 0) return shown;
+            shown.append(part, static_cast<size_t>(count));
+        }
+        return shown;
+    }
+
+    static void Redirect(const std::filesystem::path& path, int flags, int to) {
+        ::dup2(::open(path.c_str(), flags, 0600), to);
+    }
+
+    [[noreturn]] static void Become(Words& words) {
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+
+    TemporaryFolder m_folder;
+};
+
+constexpr char kOpenFiles[] = "local a = file_text_open_append('log.txt') file_text_write_string(a, 'appended')\n"
+                              "local w = file_text_open_write('save.txt') file_text_write_string(w, 'half a')\n"
+                              "local n = file_text_open_write('new.txt') file_text_write_string(n, 'half a')\n";
+
+TEST_F(Kxrun, EndsWithZeroAndTheScriptsOutput) {
+    Outcome outcome = RunScript("print('hello', parameter_string(1), ...)", {"you"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "hello\tyou\tyou\n");
+    EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Kxrun, AScriptErrorIsStatusOneWithPositionAndTraceback) {
+    Outcome outcome = RunScript("local function inner()\n  file_text_close(99)\nend\ninner()\n");
+
+    std::string script = (Bundle() / "game.lua").string();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors.rfind("kxrun: " + script +
+                                       ":2: Trying to close text file that has not been opened.\nstack traceback:\n",
+                                   0),
+              0u)
+        << outcome.errors;
+    EXPECT_NE(outcome.errors.find("game.lua:4: in main chunk"), std::string::npos);
+    EXPECT_EQ(outcome.errors.find('\033'), std::string::npos);  // no colour off a terminal
+}
+
+TEST_F(Kxrun, ASyntaxErrorAndAMissingScriptAreStatusOne) {
+    EXPECT_EQ(RunScript("this is no Lua").status, 1);
+    EXPECT_EQ(Run({Folder("missing.lua").string()}).status, 1);
+    EXPECT_EQ(RunScript(std::string("\x1bLua binary")).status, 1);
+}
+
+TEST_F(Kxrun, ErrorsThatAreNoTextsAreShown) {
+    EXPECT_NE(RunScript("error({})").errors.find("(error object is a table value)"), std::string::npos);
+    EXPECT_NE(RunScript("error(setmetatable({}, {__tostring = function() return 'told' end}))").errors.find("told"),
+              std::string::npos);
+    EXPECT_NE(RunScript("error(nil)").errors.find("(error object is a nil value)"), std::string::npos);
+}
+
+TEST_F(Kxrun, WrongUsageIsStatusTwo) {
+    EXPECT_EQ(Run({"--nonsense"}).status, 2);
+    EXPECT_EQ(Run({}).status, 2);
+}
+
+TEST_F(Kxrun, AreasThatCannotBeUsedAreStatusTwoWithAdvice) {
+    WriteWholeFile(Folder("a file"), "");
+
+    Outcome save = Start({KXRUN, "--save", Folder("a file").string(), "-e", "print(1)"});
+    EXPECT_EQ(save.status, 2);
+    EXPECT_NE(save.errors.find("Not a directory; name another with --save"), std::string::npos) << save.errors;
+
+    Outcome bundle =
+        Start({KXRUN, "--save", Save().string(), "--bundle", Folder("missing").string(), "-e", "print(1)"});
+    EXPECT_EQ(bundle.status, 2);
+    EXPECT_NE(bundle.errors.find("No such file or directory; name another with --bundle"), std::string::npos);
+}
+
+TEST_F(Kxrun, RunsChunksInTheirOrderBeforeTheScript) {
+    WriteWholeFile(Bundle() / "game.lua", "print(x)");
+
+    EXPECT_EQ(Run({"-e", "x = 1", "-e", "x = x + 1", (Bundle() / "game.lua").string()}).out, "2\n");
+}
+
+TEST_F(Kxrun, ReadsAScriptFromStandardInput) {
+    WriteWholeFile(Folder("in"), "print(parameter_string(0), parameter_string(1), ...)");
+
+    EXPECT_EQ(Run({"-", "x"}).out, "-\tx\tx\n");
+}
+
+TEST_F(Kxrun, ListsTheBuiltIns) {
+    Outcome outcome = Run({"--list"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_NE(outcome.out.find("file_text_write_string           2\n"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(Save()));  // nothing is made for a mere question
+}
+
+TEST_F(Kxrun, AScriptThatEndsWellHasItsOpenFilesWritten) {
+    WriteWholeFile(Save() / "save.txt", "old");
+
+    EXPECT_EQ(RunScript(kOpenFiles).status, 0);
+
+    EXPECT_EQ(ReadWholeFile(Save() / "log.txt"), "appended");
+    EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "half a");
+    EXPECT_EQ(ReadWholeFile(Save() / "new.txt"), "half a");
+}
+
+TEST_F(Kxrun, AScriptThatFailsReplacesNoGoodSave) {
+    WriteWholeFile(Save() / "save.txt", "old");
+    WriteWholeFile(Save() / "log.txt", "old, ");
+
+    Outcome outcome = RunScript(std::string(kOpenFiles) + "error('stop')");
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "old");
+    EXPECT_EQ(ReadWholeFile(Save() / "log.txt"), "old, appended");
+    EXPECT_EQ(NamesIn(Save()), (Words{"log.txt", "save.txt"}));
+    for (const char* name : {"save.txt", "new.txt"}) {
+        EXPECT_NE(outcome.errors.find("Not written, because the script failed before it was closed: " +
+                                      (Save() / name).string()),
+                  std::string::npos);
+    }
+    EXPECT_EQ(outcome.errors.find("log.txt"), std::string::npos);
+}
+
+TEST_F(Kxrun, AFinaliserDoesNotWriteAfterAFailureEither) {
+    WriteWholeFile(Save() / "save.txt", "old");
+
+    RunScript("local w = file_text_open_write('save.txt') file_text_write_string(w, 'half a')\n"
+              "guard = setmetatable({}, {__gc = function() file_text_close(w) end})\nerror('stop')");
+
+    EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "old");
+}
+
+TEST_F(Kxrun, AFileThatCannotBeWrittenAtTheEndIsStatusOne) {
+    Outcome outcome = RunScript("local w = file_text_open_write('folder/save.txt') file_text_write_string(w, 'x')\n"
+                                "folder_becomes_a_file = true",
+                                {});
+    EXPECT_EQ(outcome.status, 0);
+
+    // A file-size limit of 0 makes every write fail.
+    std::string command = std::string("ulimit -f 0; trap '' XFSZ; exec '") + KXRUN + "' --save '" + Save().string() +
+                          "' -e \"file_text_write_string(file_text_open_write('late.txt'), 'x')\" 2>/dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+    EXPECT_FALSE(std::filesystem::exists(Save() / "late.txt"));
+}
+
+TEST_F(Kxrun, ExitEndsAtOnceAndWritesFiles) {
+    Outcome outcome = RunScript(std::string(kOpenFiles) + "pcall(function() kx.exit(7) end) print('not reached')");
+
+    EXPECT_EQ(outcome.status, 7);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "half a");
+}
+
+TEST_F(Kxrun, ExitWithoutAStatusIsZeroFromACoroutineToo) {
+    EXPECT_EQ(RunScript("coroutine.wrap(function() print('out') kx.exit() end)()").status, 0);
+    EXPECT_EQ(RunScript("coroutine.wrap(function() print('out') kx.exit() end)()").out, "out\n");
+}
+
+TEST_F(Kxrun, RequireLoadsModulesOfTheBundleOnce) {
+    WriteWholeFile(Bundle() / "lib/items.lua", "count = (count or 0) + 1 return {name = ...}");
+
+    Outcome outcome =
+        RunScript("print(require('lib.items').name, require('lib.items') == require('lib.items'), count)");
+
+    EXPECT_EQ(outcome.out, "lib.items\ttrue\t1\n");
+}
+
+TEST_F(Kxrun, RequireSaysWhatIsWrong) {
+    WriteWholeFile(Bundle() / "broken.lua", "this is no Lua");
+    WriteWholeFile(Bundle() / "circle.lua", "require 'circle'");
+    WriteWholeFile(Folder("secret.lua"), "return 'secret'");
+
+    EXPECT_NE(RunScript("require 'missing.one'").errors.find("no file 'missing/one.lua' in the bundle"),
+              std::string::npos);
+    EXPECT_NE(RunScript("require 'broken'").errors.find("broken.lua:1:"), std::string::npos);
+    EXPECT_NE(RunScript("require 'circle'").errors.find("module 'circle' requires itself in a circle"),
+              std::string::npos);
+    EXPECT_NE(RunScript("require '../secret'").errors.find("no file"), std::string::npos);
+    EXPECT_NE(RunScript("require '\\\\secret'").errors.find("no file"), std::string::npos);
+}
+
+TEST_F(Kxrun, UnsafeOpensAllOfLua) {
+    WriteWholeFile(Bundle() / "part.lua", "return 'from the bundle'");
+
+    Outcome outcome = Run({"--unsafe", "-e", "print(type(io.open), type(os.getenv), type(debug), (require 'part'))"});
+
+    EXPECT_EQ(outcome.out, "function\tfunction\ttable\tfrom the bundle\n");
+}
+
+TEST_F(Kxrun, APromptRunsLinesAndGoesOnAfterErrors) {
+    WriteWholeFile(Folder("in"),
+                   "1 + 1\nx = 5\nerror('oops')\nfor i = 1, 2 do\nprint(i * x)\nend\n'a', 'b'\nthis is no lua\n");
+
+    Outcome outcome = Run({"-i"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "2\n5\n10\na\tb\n");
+    EXPECT_NE(outcome.errors.find("stdin:1: oops"), std::string::npos);
+}
+
+TEST_F(Kxrun, APromptOnATerminalCompletesNamesAndKeepsAHistory) {
+    std::filesystem::create_directory(Folder("state"));
+
+    std::string shown = RunOnTerminal({"-i"}, {"x = parameter_co\t() * 41\n", "x\n", "kx.exit()\n"});
+
+    EXPECT_NE(shown.find("41.0"), std::string::npos) << shown;
+    EXPECT_NE(ReadWholeFile(Folder("state") / "kxrun" / "history").find("parameter_count"), std::string::npos);
+}
+
+TEST_F(Kxrun, AReaderThatLeavesDoesNotCostASave) {
+    std::string script = (Bundle() / "game.lua").string();
+    WriteWholeFile(script, "local w = file_text_open_write('save.txt') file_text_write_string(w, 'saved')\n"
+                           "for i = 1, 100000 do print(i) end file_text_close(w)");
+    std::string command = std::string("('") + KXRUN + "' --save '" + Save().string() + "' '" + script + "' 2>'" +
+                          Folder("errors").string() + "'; echo $? > '" + Folder("status").string() + "') | true";
+
+    EXPECT_EQ(std::system(command.c_str()), 0);
+
+    EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "saved");
+    EXPECT_EQ(ReadWholeFile(Folder("status")), "1\n");
+    EXPECT_NE(ReadWholeFile(Folder("errors")).find("cannot write to standard output"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kx::test
