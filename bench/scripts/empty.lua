@@ -1,0 +1,1 @@
+-- Nothing: what a start costs.
