@@ -98,6 +98,7 @@ void AdviseHugePages(void* block, size_t size) {
 }  // namespace
 
 void* MemoryManager::Alloc(unsigned int size, const char* /*file*/, int /*line*/, bool clear) {
+    if (size == 0) size = 1;
     // calloc spares large blocks the clearing: fresh pages are zero already.
     bool large = size > kCachedBlock;
     void* p = clear && large ? std::calloc(size, 1) : std::malloc(size);
