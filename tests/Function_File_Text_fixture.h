@@ -7,7 +7,7 @@
 #include "tests/support/Console.h"
 #include "tests/support/FaultySystemCalls.h"
 
-#include <sys/sysmacros.h>
+#include <sys/stat.h>
 
 namespace kx::test {
 

@@ -336,7 +336,8 @@ TEST_F(TextFiles, NamesThatMeanNoFileAreRefusedByEveryOpener) {
     std::filesystem::create_symlink(Outside(), Save("leads outside"));
     std::filesystem::create_directory_symlink(Outside().parent_path(), Save("folder outside"));
     ASSERT_EQ(::mkfifo(Save("fifo").c_str(), 0600), 0);
-    ASSERT_EQ(::mknod(Save("device").c_str(), S_IFCHR | 0600, makedev(1, 3)), 0);
+    bool special = MakeDevice(Save("device")) || ::mknod(Save("device").c_str(), S_IFSOCK | 0600, 0) == 0;
+    ASSERT_TRUE(special);
     std::vector<std::string> before = NamesIn(Save());
 
     const Value names[] = {"..",

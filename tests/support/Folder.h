@@ -31,4 +31,8 @@ std::vector<std::string> NamesIn(const std::filesystem::path& folder);
 /// Descriptors that this process has open now.
 int OpenDescriptors();
 
+/// Makes a device that swallows what is written to it.
+/// @return false where this user may not make one: only root may.
+bool MakeDevice(const std::filesystem::path& path);
+
 }  // namespace kx::test
