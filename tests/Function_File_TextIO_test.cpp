@@ -1,8 +1,7 @@
 // Text files: reading and writing.
 #include "tests/Function_File_Text_fixture.h"
+#include "tests/support/CommaLocale.h"
 
-#include <climits>
-#include <clocale>
 #include <cmath>
 
 namespace kx::test {
@@ -291,6 +290,18 @@ TEST_F(TextOutput, NumbersWrittenOneAfterAnotherAreReadBack) {
     for (double number : {1.5, -2.0, 3.0}) {
         EXPECT_EQ(Call("file_text_read_real", {1}).Real(), number);
     }
+}
+
+TEST_F(TextOutput, KnowsNoDecimalComma) {
+    CommaLocale locale;
+
+    Call("file_text_write_real", {1, 1.5});
+    Call("file_text_write_string", {1, 2.5});
+
+    EXPECT_EQ(Written(), "1.5 2.5");
+    Call("file_text_open_read", {"out.txt"});
+    EXPECT_EQ(Call("file_text_read_real", {1}).Real(), 1.5);
+    EXPECT_EQ(Call("file_text_read_real", {1}).Real(), 2.5);
 }
 
 TEST_F(TextOutput, WritesNothingWhereThereIsNoText) {

@@ -152,6 +152,10 @@ TEST_F(Areas, AnAreaIsADirectoryThatCanBeUsed) {
     EXPECT_EQ(LoadSave::SetSaveArea(file.c_str()), ENOTDIR);
     EXPECT_EQ(LoadSave::SetSaveArea((file + "/x").c_str()), ENOTDIR);
     EXPECT_EQ(LoadSave::SetSaveArea((Save().string() + "\\x").c_str()), EINVAL);
+    EXPECT_EQ(LoadSave::SetSaveArea(""), EINVAL);
+    EXPECT_EQ(LoadSave::SetSaveArea(nullptr), EINVAL);
+    EXPECT_EQ(LoadSave::SetBundleArea(""), EINVAL);
+    EXPECT_EQ(LoadSave::SetBundleArea(nullptr), EINVAL);
     EXPECT_EQ(LoadSave::SetBundleArea(file.c_str()), ENOTDIR);
     EXPECT_EQ(LoadSave::SetBundleArea((Bundle() / "missing").c_str()), ENOENT);
 
@@ -323,7 +327,10 @@ TEST_P(Links, LeavePlainNamesAlone) {
     EXPECT_TRUE(fs::is_directory(Save("d/e/f")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, Links, ::testing::Values(0, ENOSYS, EPERM));
+INSTANTIATE_TEST_SUITE_P(Kernels, Links, ::testing::Values(0, ENOSYS, EPERM), [](const auto& kernel) {
+    if (kernel.param == 0) return "knows_openat2";
+    return kernel.param == ENOSYS ? "lacks_openat2" : "filters_openat2";
+});
 
 }  // namespace
 }  // namespace kx::test

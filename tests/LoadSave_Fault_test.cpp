@@ -152,7 +152,11 @@ TEST_P(EveryFault, AtEveryCallKeepsTheFileWhole) {
     EXPECT_GT(points, 1500);
 }
 
-INSTANTIATE_TEST_SUITE_P(Extents, EveryFault, ::testing::Values(Extent::once, Extent::makingCalls, Extent::everything));
+INSTANTIATE_TEST_SUITE_P(Extents, EveryFault, ::testing::Values(Extent::once, Extent::makingCalls, Extent::everything),
+                         [](const auto& extent) {
+                             if (extent.param == Extent::once) return "once";
+                             return extent.param == Extent::makingCalls ? "full_from_then_on" : "dead_from_then_on";
+                         });
 
 TEST_F(Faults, InterruptedAndShortCallsAreTakenUpAgain) {
     for (const Scenario& scenario : kScenarios) {

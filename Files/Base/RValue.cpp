@@ -23,6 +23,12 @@ std::recursive_mutex& Mutex() {
     return *mutex;
 }
 
+void AddReference(int* count) {
+    LOCK_RVALUE_MUTEX();
+    ++*count;
+    UNLOCK_RVALUE_MUTEX();
+}
+
 /// The text that STRING_RValue grows, with its terminator always in place.
 class TextBuffer {
 public:
@@ -103,18 +109,10 @@ void COPY_RValue(RValue* dest, const RValue* source) {
     RValue copy = *source;
     switch (copy.kind & KIND_MASK) {
     case VALUE_STRING:
-        if (copy.str) {
-            LOCK_RVALUE_MUTEX();
-            ++copy.str->m_refCount;
-            UNLOCK_RVALUE_MUTEX();
-        }
+        if (copy.str) AddReference(&copy.str->m_refCount);
         break;
     case VALUE_ARRAY:
-        if (copy.arr) {
-            LOCK_RVALUE_MUTEX();
-            ++copy.arr->m_refCount;
-            UNLOCK_RVALUE_MUTEX();
-        }
+        if (copy.arr) AddReference(&copy.arr->m_refCount);
         break;
     case VALUE_PTR: copy.flags &= ~VALUE_FLAG_OWNED; break;
     default: break;

@@ -300,7 +300,7 @@ bool IsBlankOrLineEnd(char c) {
 // --- the areas -----------------------------------------------------------------------------------------------------
 
 int LoadSave::SetSaveArea(const char* directory) {
-    if (std::strchr(directory, '\\')) return EINVAL;
+    if (directory && std::strchr(directory, '\\')) return EINVAL;
     std::vector<_KXFILE*> files = TheOpenFiles().All();
     if (std::any_of(files.begin(), files.end(), [](const _KXFILE* file) { return file->writeBack; })) return EBUSY;
     if (int reason = SaveArea().SetRoot(directory, true)) return reason;

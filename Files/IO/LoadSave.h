@@ -54,8 +54,8 @@ public:
     // --- the areas -------------------------------------------------------------------------------------------------
 
     /// Makes a directory, which is created when missing, the save area, and removes what killed writers left there.
-    /// @return 0 or an errno value, the area is then as it was: EINVAL for a path that holds a backslash (the module
-    ///         cuts paths at the last one), EBUSY while files are open for writing.
+    /// @return 0 or an errno value, the area is then as it was: EINVAL for none, and for a path that holds a backslash
+    ///         (the module cuts paths at the last one), EBUSY while files are open for writing.
     static int SetSaveArea(const char* directory);
 
     /// Makes a directory the bundle area.

@@ -86,6 +86,7 @@ int MakeRoot(const std::string& path) {
 }  // namespace
 
 int Area::SetRoot(const char* directory, bool create) {
+    if (!directory || !*directory) return EINVAL;
     std::string path = Absolute(directory);
     int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
     auto open = [&] {
