@@ -1,0 +1,286 @@
+// The life of a virtual file: read whole when it is opened, replaced whole when it is closed.
+#include "Files/IO/LoadSave_Open.h"
+
+#include "Files/Base/Limits.h"
+#include "Files/Code/Code_Error.h"
+#include "Files/IO/LoadSave.h"
+#include "Platform/MemoryManager.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+using kx::Area;
+using kx::BundleArea;
+using kx::Contents;
+using kx::Descriptor;
+using kx::SaveArea;
+
+namespace {
+
+// --- contents -------------------------------------------------------------------------------------------------------
+
+/// @return the bytes of an open file, or null and errno.
+Contents Load(const Descriptor& file, const struct stat& status) {
+    if (status.st_size > kx::kMaxFileBytes) {
+        errno = EFBIG;
+        return nullptr;
+    }
+    auto contents = std::make_unique<Buffer_Standard>(static_cast<int>(status.st_size), eBuffer_Format_Grow, 1);
+    ssize_t count = kx::ReadAll(file.Get(), contents->m_data, static_cast<size_t>(contents->m_size));
+    if (count < 0) return nullptr;
+    contents->Truncate(static_cast<int>(count));
+    return contents;
+}
+
+/// True where a failed open means that there is no such file, as opposed to one that cannot be read just now: only then
+/// may another file stand in for it.
+bool MeansNoFile(int reason) {
+    return reason == ENOENT || reason == ENOTDIR || reason == EISDIR || reason == ENXIO || reason == EXDEV ||
+           reason == ELOOP;
+}
+
+// --- the open files -------------------------------------------------------------------------------------------------
+
+/// Every virtual file that fopen has made and fclose has not ended yet.
+class OpenFiles {
+public:
+    void Add(_KXFILE* file) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        file->next = m_first;
+        if (m_first) m_first->previous = file;
+        m_first = file;
+    }
+
+    void Remove(_KXFILE* file) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (file->previous) file->previous->next = file->next;
+        if (file->next) file->next->previous = file->previous;
+        if (m_first == file) m_first = file->next;
+    }
+
+    bool Holds(const void* pointer) {
+        std::vector<_KXFILE*> files = All();
+        return std::find(files.begin(), files.end(), pointer) != files.end();
+    }
+
+    std::vector<_KXFILE*> All() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        std::vector<_KXFILE*> files;
+        for (_KXFILE* file = m_first; file; file = file->next) {
+            files.push_back(file);
+        }
+        return files;
+    }
+
+private:
+    std::mutex m_mutex;
+    _KXFILE* m_first = nullptr;
+};
+
+OpenFiles& TheOpenFiles() {
+    static auto* files = new OpenFiles;  // a file may be closed while static objects are destroyed
+    return *files;
+}
+
+struct FileDeleter {
+    void operator()(_KXFILE* file) const {
+        delete file->pBuff;
+        KXFree(file->pName);
+        delete file;
+    }
+};
+using FileOwner = std::unique_ptr<_KXFILE, FileDeleter>;
+
+_KXFILE* Enrol(FileOwner file) {
+    TheOpenFiles().Add(file.get());
+    return file.release();
+}
+
+/// Takes an empty file that the open made away again, so that a failed save does not leave one behind.
+void RemoveIfCreatedEmpty(const _KXFILE* file) {
+    std::optional<std::string> place = file->created ? SaveArea().Place(file->pName) : std::nullopt;
+    if (!place) return;
+    struct stat status {};
+    Descriptor existing = SaveArea().OpenFile(*place, O_RDONLY, &status);
+    if (existing && status.st_size == 0) LoadSave::RemoveSaveFile(file->pName);
+}
+
+/// @return 0, or -1 after KXError.
+int WriteBack(_KXFILE* file) {
+    if (!file->writeBack || !file->changed) return 0;
+    std::optional<std::string> place = SaveArea().Place(file->pName);
+    int reason = place ? SaveArea().Replace(*place, file->pBuff->m_data, file->pBuff->m_size) : EXDEV;
+    if (reason == 0) {
+        file->changed = false;
+        return 0;
+    }
+    RemoveIfCreatedEmpty(file);
+    KXError("Failed to write file: %s (%s)", file->pName, std::strerror(reason));
+    return -1;
+}
+
+// --- opening --------------------------------------------------------------------------------------------------------
+
+struct OpenMode {
+    bool text = false;
+    bool write = false;
+    bool keep = false;  // what the file holds
+    bool append = false;
+};
+
+std::optional<OpenMode> ParseMode(const char* mode) {
+    if (!mode) return std::nullopt;
+    std::string_view letters = mode;
+    OpenMode parsed;
+    parsed.text = letters == "rt" || letters == "w" || letters == "a+";
+    parsed.append = letters == "a+";
+    parsed.keep = parsed.append || letters == "rw";
+    parsed.write = parsed.keep || letters.substr(0, 1) == "w";
+    bool read = letters == "r" || letters == "rt" || letters == "rb";
+    return read || parsed.write ? std::optional<OpenMode>(parsed) : std::nullopt;
+}
+
+_KXFILE* OpenForReading(const char* path, const OpenMode& mode) {
+    errno = EXDEV;
+    for (const Area* area : {&SaveArea(), &BundleArea()}) {
+        std::optional<std::string> place = area->Place(path);
+        if (!place) continue;
+        if (Contents contents = kx::LoadFrom(*area, *place)) {
+            FileOwner file(new _KXFILE);
+            file->pBuff = contents.release();
+            file->isText = mode.text;
+            file->pName = KXStrDup(area->FullPath(*place).c_str());
+            return Enrol(std::move(file));
+        }
+        if (!MeansNoFile(errno)) return nullptr;
+    }
+    return nullptr;
+}
+
+/// Where a path is written to: a file of the bundle goes to the same place in the save area.
+/// @param fromBundle  set where the bundle's file of that place may stand in for a missing one.
+std::optional<std::string> PlaceToWrite(const char* path, bool* fromBundle) {
+    std::optional<std::string> place = SaveArea().Place(path);
+    *fromBundle = !place || (path[0] != '/' && path[0] != '\\');
+    return place ? place : BundleArea().Place(path);
+}
+
+/// Replacing a file takes a directory that can be written: better known at the open than at the close.
+bool CanReplace(const std::string& place) {
+    Descriptor directory = SaveArea().OpenDirectoryOf(place);
+    return directory && kx::g_systemCalls.faccessat(directory.Get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+bool CreateEmpty(const std::string& place) {
+    int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+    return static_cast<bool>(kx::OpenBeneath(SaveArea().Root(), place, flags, 0666));
+}
+
+_KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
+    bool fromBundle = false;
+    std::optional<std::string> place = PlaceToWrite(path, &fromBundle);
+    if (!place || place->empty() || !SaveArea().IsSet()) {
+        errno = place ? EISDIR : EXDEV;
+        return nullptr;
+    }
+
+    struct stat status {};
+    Descriptor existing = SaveArea().OpenFile(*place, mode.keep ? O_RDWR : O_WRONLY, &status);
+    bool exists = static_cast<bool>(existing);
+    if (!exists && errno != ENOENT) return nullptr;
+    bool shipped = !exists && BundleArea().IsSet() && BundleArea().HasFile(*place);
+    fromBundle = fromBundle && shipped && mode.keep;
+
+    Contents contents;
+    if (exists && mode.keep) {
+        contents = Load(existing, status);
+    } else if (fromBundle) {
+        contents = kx::LoadFrom(BundleArea(), *place);
+    } else {
+        contents = std::make_unique<Buffer_Standard>(0, eBuffer_Format_Grow, 1);
+    }
+    if (!contents) return nullptr;
+
+    int reason = SaveArea().MakeDirectories(kx::ParentOf(*place));
+    if (reason) {
+        errno = reason;
+        return nullptr;
+    }
+    bool created = !exists && !shipped;
+    if (created ? !CreateEmpty(*place) : !CanReplace(*place)) return nullptr;
+
+    FileOwner file(new _KXFILE);
+    file->pBuff = contents.release();
+    file->isText = mode.text;
+    file->pName = KXStrDup(SaveArea().FullPath(*place).c_str());
+    file->writeBack = true;
+    file->append = mode.append;
+    file->created = created;
+    bool same = exists ? mode.keep || status.st_size == 0 : fromBundle;
+    file->changed = !same;
+    if (mode.append) file->pBuff->Seek(eBuffer_End, 0);
+    return Enrol(std::move(file));
+}
+
+}  // namespace
+
+Contents kx::LoadFrom(const Area& area, const std::string& place) {
+    struct stat status {};
+    Descriptor file = area.OpenFile(place, O_RDONLY, &status);
+    return file ? Load(file, status) : nullptr;
+}
+
+bool kx::AnyFileOpenForWriting() {
+    std::vector<_KXFILE*> files = TheOpenFiles().All();
+    return std::any_of(files.begin(), files.end(), [](const _KXFILE* file) { return file->writeBack; });
+}
+
+_KXFILE* LoadSave::fopen(const char* path, const char* mode) {
+    std::optional<OpenMode> parsed = ParseMode(mode);
+    if (!parsed) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    try {
+        return parsed->write ? OpenForWriting(path, *parsed) : OpenForReading(path, *parsed);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+int LoadSave::fclose(_KXFILE* file) {
+    if (!file) return 0;
+    TheOpenFiles().Remove(file);
+    FileOwner owner(file);
+    return WriteBack(file);
+}
+
+void LoadSave::DiscardUnfinished() {
+    for (_KXFILE* file : TheOpenFiles().All()) {
+        if (!file->writeBack || file->append || !file->changed) continue;
+        file->writeBack = false;
+        RemoveIfCreatedEmpty(file);
+        dbg_csol->Output("Not written, because the script failed before it was closed: %s\n", file->pName);
+    }
+}
+
+void LoadSave::Shutdown() {
+    for (_KXFILE* file : TheOpenFiles().All()) {
+        WriteBack(file);
+        file->writeBack = false;
+    }
+}
+
+int KXCloseStream(FILE* stream) {
+    if (!stream) return 0;
+    if (TheOpenFiles().Holds(stream)) return LoadSave::fclose(reinterpret_cast<_KXFILE*>(stream));
+    return std::fclose(stream) == 0 ? 0 : -1;
+}
