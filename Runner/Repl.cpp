@@ -173,7 +173,7 @@ void PrintResults(lua_State* L) {
 
 }  // namespace
 
-bool RunRepl(lua_State* L) {
+void RunRepl(lua_State* L) {
     LineEditor editor(L);
     bool terminal = ::isatty(STDIN_FILENO);
     if (terminal) {
@@ -184,7 +184,7 @@ bool RunRepl(lua_State* L) {
         std::optional<int> loaded = ReadChunk(L, &editor);
         if (!loaded) {
             if (terminal) std::printf("\n");
-            return true;
+            return;
         }
         if (*loaded == LUA_OK && CallWithTraceback(L, 0, LUA_MULTRET)) {
             PrintResults(L);

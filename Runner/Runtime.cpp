@@ -88,7 +88,7 @@ int Runtime::Run() {
     OpenLua();
 
     bool ended = RunChunks() && RunScript();
-    if (m_options.interactive) ended = RunRepl(m_lua.get());
+    if (ended && m_options.interactive) RunRepl(m_lua.get());
     return End(!ended);
 }
 

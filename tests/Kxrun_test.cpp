@@ -298,6 +298,17 @@ TEST_F(Kxrun, APromptRunsLinesAndGoesOnAfterErrors) {
     EXPECT_NE(outcome.errors.find("stdin:1: oops"), std::string::npos);
 }
 
+TEST_F(Kxrun, APromptFollowsAScriptThatEndsWellAndNoOther) {
+    WriteWholeFile(Folder("in"), "x\n");
+    WriteWholeFile(Bundle() / "game.lua", "x = 'from the script'");
+    EXPECT_EQ(Run({"-i", (Bundle() / "game.lua").string()}).out, "from the script\n");
+
+    WriteWholeFile(Bundle() / "game.lua", "x = 'from the script' error('stop')");
+    Outcome failed = Run({"-i", (Bundle() / "game.lua").string()});
+    EXPECT_EQ(failed.out, "");
+    EXPECT_EQ(failed.status, 1);
+}
+
 TEST_F(Kxrun, APromptOnATerminalCompletesNamesAndKeepsAHistory) {
     int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
     if (terminal < 0) GTEST_SKIP() << "this machine has no terminals to give: is /dev/pts mounted?";
