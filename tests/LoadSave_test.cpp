@@ -362,7 +362,7 @@ TEST_F(VirtualFiles, StartingAFileAnewEmptiesItEvenWhenNothingIsWritten) {
 }
 
 TEST_F(VirtualFiles, PermissionsStay) {
-    for (mode_t mode : {0600, 0640, 0755}) {
+    for (mode_t mode : {0600u, 0640u, 0755u}) {
         WriteWholeFile(Save("file"), "old");
         ASSERT_EQ(::chmod(Save("file").c_str(), mode), 0);
 
