@@ -114,7 +114,6 @@ public:
         return Sync(g_systemCalls.fdatasync, m_file.Get());
     }
 
-    /// @return 0, or an errno value: ENOENT where the system cannot name an unnamed file.
     [[nodiscard]] int GiveName() {
         if (m_named) return 0;
         char self[32];
@@ -181,6 +180,12 @@ private:
     std::string m_name;
     bool m_named = false;
 };
+
+/// True where an unnamed file cannot be given a name at all: without /proc, or where links are not known or not
+/// allowed.
+bool CannotLink(int reason) {
+    return reason == ENOENT || reason == EPERM || reason == EXDEV || reason == EOPNOTSUPP;
+}
 
 /// What stands under the name now: its permission bits where it is a file to be replaced.
 [[nodiscard]] int OldPermissions(int directory, const char* leaf, mode_t* permissions, bool* exists) {
@@ -296,9 +301,9 @@ int ReplaceFile(int directory, const char* leaf, const void* data, size_t size, 
     if (int reason = unnamed.Fill(data, size, keep, durability)) return reason;
     int reason = unnamed.GiveName();
     if (reason == 0) return unnamed.MoveTo(leaf, durability);
-    if (reason != ENOENT) return reason;
+    if (!CannotLink(reason)) return reason;
 
-    Replacement named(directory);  // without /proc an unnamed file cannot be given a name
+    Replacement named(directory);
     if (int failure = named.CreateNamed()) return failure;
     if (int failure = named.Fill(data, size, keep, durability)) return failure;
     return named.MoveTo(leaf, durability);

@@ -60,6 +60,7 @@ const Machine kMachines[] = {
     {"everything", [](FaultySystemCalls&) {}},
     {"no unnamed files", [](FaultySystemCalls& calls) { calls.FailWithFlags("openat", O_TMPFILE, EOPNOTSUPP); }},
     {"no /proc", [](FaultySystemCalls& calls) { calls.FailFrom("linkat", 1, ENOENT); }},
+    {"no links", [](FaultySystemCalls& calls) { calls.FailFrom("linkat", 1, EPERM); }},
     {"no openat2", [](FaultySystemCalls& calls) { calls.FailFrom("openat2", 1, ENOSYS); }},
 };
 
