@@ -21,6 +21,7 @@ struct SystemCalls {
     int (*openat2)(int directory, const char* path, const open_how* how);
     int (*openat)(int directory, const char* path, int flags, mode_t mode);
     ssize_t (*read)(int file, void* data, size_t size);
+    ssize_t (*pread)(int file, void* data, size_t size, off_t offset);
     ssize_t (*write)(int file, const void* data, size_t size);
     int (*fstat)(int file, struct stat* status);
     int (*fstatat)(int directory, const char* path, struct stat* status, int flags);
@@ -49,6 +50,13 @@ auto RetryInterrupted(Call call) {
         result = call();
     }
     return result;
+}
+
+/// Brings a file or a directory to the disk.
+/// @param call  the table's fsync or fdatasync.
+/// @return 0 or an errno value.
+[[nodiscard]] inline int Sync(int (*call)(int), int file) {
+    return RetryInterrupted([&] { return call(file); }) == 0 ? 0 : errno;
 }
 
 /// Owns a file descriptor. Closing keeps errno, so that a failure's reason survives the way out.

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Platform/Platform_File.h"
+#include "Platform/Platform_Directory.h"
+#include "Platform/Platform_Replace.h"
 
 #include <optional>
 #include <string>

@@ -46,6 +46,10 @@ ssize_t Read(int file, void* data, size_t size) {
     return Pass("read", 0, [&] { return Real().read(file, data, g_active->Shortened(size)); });
 }
 
+ssize_t PRead(int file, void* data, size_t size, off_t offset) {
+    return Pass("pread", 0, [&] { return Real().pread(file, data, g_active->Shortened(size), offset); });
+}
+
 ssize_t Write(int file, const void* data, size_t size) {
     return Pass("write", 0, [&] { return Real().write(file, data, g_active->Shortened(size)); });
 }
@@ -115,7 +119,7 @@ int Close(int file) {
 }
 
 bool CanBeInterrupted(const std::string& name) {
-    static const std::set<std::string> names = {"openat2", "openat", "read", "write", "fdatasync", "fsync"};
+    static const std::set<std::string> names = {"openat2", "openat", "read", "pread", "write", "fdatasync", "fsync"};
     return names.count(name) > 0;
 }
 
@@ -129,8 +133,8 @@ bool NeedsNothing(const std::string& name) {
 
 FaultySystemCalls::FaultySystemCalls() : m_real(g_systemCalls) {
     g_active = this;
-    g_systemCalls = {OpenAt2, OpenAt, Read,      Write,    FStat,   FStatAt,   FAccessAt, FChMod,   FLock, FDataSync,
-                     FSync,   LinkAt, RenameAt2, UnlinkAt, MkDirAt, FdOpenDir, ReadDir,   CloseDir, Close};
+    g_systemCalls = {OpenAt2,   OpenAt, Read,   PRead,     Write,    FStat,   FStatAt,   FAccessAt, FChMod,   FLock,
+                     FDataSync, FSync,  LinkAt, RenameAt2, UnlinkAt, MkDirAt, FdOpenDir, ReadDir,   CloseDir, Close};
 }
 
 FaultySystemCalls::~FaultySystemCalls() {
