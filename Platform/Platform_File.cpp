@@ -12,6 +12,15 @@ const char kTemporaryPrefix[] = ".kxtmp-";
 
 namespace {
 
+bool IsLink(int directory, const std::string& leaf) {
+    int reason = errno;
+    struct stat status {};
+    bool link =
+        g_systemCalls.fstatat(directory, leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
+    errno = reason;
+    return link;
+}
+
 /// The way of kernels without openat2: one component at a time, through no link at all.
 Descriptor OpenByWalking(int root, const std::string& name, int flags, mode_t mode) {
     Descriptor parent;
@@ -21,7 +30,10 @@ Descriptor OpenByWalking(int root, const std::string& name, int flags, mode_t mo
         std::string component = name.substr(start, slash - start);
         int step = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
         Descriptor next(RetryInterrupted([&] { return g_systemCalls.openat(directory, component.c_str(), step, 0); }));
-        if (!next) return next;
+        if (!next) {
+            if (errno == ENOTDIR && IsLink(directory, component)) errno = ELOOP;
+            return next;
+        }
         parent = std::move(next);
         directory = parent.Get();
         start = slash + 1;

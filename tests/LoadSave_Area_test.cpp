@@ -52,6 +52,7 @@ TEST_F(Areas, NamesMeanPlacesBelowTheRoot) {
         {"\xC3\xA4/\xE2\x82\xAC", "\xC3\xA4/\xE2\x82\xAC"},
         {"C:\\a", "C:/a"},
         {".hidden", ".hidden"},
+        {"a/" + std::string(300, '*'), nullptr},  // a mask may be longer than any name
         {Save("a/b").string(), "a/b"},
         {Save().string(), ""},
         {Save().string() + "/", ""},
@@ -59,7 +60,7 @@ TEST_F(Areas, NamesMeanPlacesBelowTheRoot) {
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(each.name);
-        EXPECT_EQ(Resolved(each.name.c_str()), Save(each.place).string());
+        EXPECT_EQ(Resolved(each.name.c_str()), Save(each.place ? each.place : each.name).string());
     }
     EXPECT_EQ(m_console.Take(), "");
 }
@@ -83,7 +84,7 @@ TEST_F(Areas, NamesThatLeaveTheAreaOrAreNoNamesAreRefusedWithTheReason) {
         {Save().string() + "2/x", "leaves its folder"},  // only begins like the root
         {Bundle("x").string(), "leaves its folder"},
         {std::string(5000, 'x'), "is too long"},
-        {std::string(300, 'x'), "File name too long"},
+        {std::string(300, 'x') + "/y", "File name too long"},
         {"a\nb", "holds control characters"},
         {"\x1b[31m", "holds control characters"},
         {"\x7f", "holds control characters"},
@@ -131,6 +132,19 @@ TEST_F(Areas, TheBundleHasNamesOfItsOwn) {
     EXPECT_EQ(Resolved("../save/x", LoadSave::_GetBundleFileName), "");
     EXPECT_EQ(Resolved(Save("x").c_str(), LoadSave::_GetBundleFileName), "");
     EXPECT_EQ(Resolved(Bundle("x").c_str(), LoadSave::_GetBundleFileName), Bundle("x").string());
+}
+
+TEST_F(Areas, WhatIsNoMatterOfTheBundleIsNoFaultOfTheName) {
+    EXPECT_EQ(Resolved(Save("x").c_str(), LoadSave::_GetBundleFileName), "");
+    EXPECT_EQ(m_console.Take(), "");
+
+    EXPECT_EQ(Resolved(Bundle("x").c_str(), LoadSave::_GetSaveFileName), "");  // a script may have meant to write
+    EXPECT_NE(m_console.Take(), "");
+
+    std::unique_ptr<Area> before = SetBundle(std::make_unique<DirectoryArea>("no bundle"));
+    EXPECT_EQ(Resolved("x", LoadSave::_GetBundleFileName), "");
+    EXPECT_EQ(m_console.Take(), "");
+    SetBundle(std::move(before));
 }
 
 TEST_F(Areas, TheRootItselfMayBeALink) {

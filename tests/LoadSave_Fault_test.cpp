@@ -1,5 +1,8 @@
 // Saves while system calls fail: whatever happens, the file is wholly old or wholly new, and the script is told.
 #include "Files/IO/LoadSave.h"
+
+#include "Files/Base/Limits.h"
+#include "Files/Support/Support_File.h"
 #include "Platform/MemoryManager.h"
 #include "tests/support/Areas.h"
 #include "tests/support/Console.h"
@@ -38,12 +41,24 @@ bool SaveAnew(const char* mode) {
     return LoadSave::fclose(file) == 0 && written;
 }
 
+bool SaveAsStream() {
+    char path[kMaxPath];
+    if (LoadSave::_GetSaveFileName(path, kMaxPath, kName) != 0) return false;
+    if (!ForceDirectories("folder")) return false;
+    FILE* stream = KXOpenStream(path, "wb");
+    if (!stream) return false;
+    bool written = std::fwrite(kNew.data(), 1, kNew.size(), stream) == kNew.size();
+    return std::fclose(stream) == 0 && written;
+}
+
 const Scenario kScenarios[] = {
     {"replace", true, kNew, [] { return SaveAnew("w"); }},
     {"new", false, kNew, [] { return SaveAnew("w"); }},
     {"append", true, kOld + kNew, [] { return SaveAnew("a+"); }},
     {"append to nothing", false, kNew, [] { return SaveAnew("a+"); }},
     {"rewrite the start", true, kNew, [] { return SaveAnew("rw"); }},
+    {"stream", true, kNew, SaveAsStream},
+    {"new stream", false, kNew, SaveAsStream},
     {"whole file", true, kNew,
      [] { return LoadSave::WriteFile(kName, kNew.data(), static_cast<int>(kNew.size()), nullptr) != 0; }},
     {"whole new file", false, kNew,
@@ -158,6 +173,26 @@ INSTANTIATE_TEST_SUITE_P(Extents, EveryFault, ::testing::Values(Extent::once, Ex
                              if (extent.param == Extent::once) return "once";
                              return extent.param == Extent::makingCalls ? "full_from_then_on" : "dead_from_then_on";
                          });
+
+TEST_F(Faults, ARenamedFileIsThereUnderOneNameOrTheOther) {
+    for (Extent extent : {Extent::once, Extent::makingCalls, Extent::everything}) {
+        for (int number = 1;; ++number) {
+            SCOPED_TRACE("call " + std::to_string(number));
+            WriteWholeFile(Save("folder/from"), kNew);
+            WriteWholeFile(Save("other/to"), kOld);
+            FaultySystemCalls faults;
+            faults.FailAt(number, EIO, extent);
+
+            bool reported = LoadSave::RenameSaveFile("folder/from", "other/to") == 0;
+
+            bool moved = !std::filesystem::exists(Save("folder/from"));
+            EXPECT_EQ(ReadWholeFile(Save("other/to")), moved ? kNew : kOld);
+            EXPECT_TRUE(moved || !reported);
+            if (faults.Calls().size() < static_cast<size_t>(number)) break;
+            ASSERT_LT(number, 50);
+        }
+    }
+}
 
 TEST_F(Faults, InterruptedAndShortCallsAreTakenUpAgain) {
     for (const Scenario& scenario : kScenarios) {

@@ -8,6 +8,9 @@ namespace kx {
 /// Full paths, bytes with the terminator: the size of the buffers that the module resolves names into.
 constexpr int kMaxPath = 1024;
 
+/// Full paths where the module leaves them more room, bytes with the terminator: deleting and renaming.
+constexpr int kMaxLongPath = 2048;
+
 /// A virtual file's contents, bytes. Positions and sizes reach scripts as 32-bit numbers.
 constexpr int kMaxFileBytes = INT_MAX - 1;
 

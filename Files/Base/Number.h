@@ -16,6 +16,9 @@ constexpr int kNumberText = 32;
 /// @return bytes read; 0 where the text does not start with a number.
 int ParseReal(std::string_view text, double* value);
 
+/// @return a real in the range of a 32-bit integer: cut toward zero, stopped at the ends; 0 for NaN.
+int ToInt32(double value);
+
 /// Prints a real the short way: an integer where it is one below 1e15, else the fewest digits that read back the same.
 /// @param out  at least kNumberText bytes; the text is terminated.
 /// @return the text's length.

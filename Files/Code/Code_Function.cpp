@@ -5,7 +5,6 @@
 #include "Platform/MemoryManager.h"
 
 #include <climits>
-#include <cmath>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -77,14 +76,6 @@ double NumberIn(const RValue& string) {
     return whole ? value : 0;
 }
 
-/// @return the value in the range of int, cut toward zero.
-int Saturate(double value) {
-    if (std::isnan(value)) return 0;
-    if (value >= INT_MAX) return INT_MAX;
-    if (value <= INT_MIN) return INT_MIN;
-    return static_cast<int>(value);
-}
-
 }  // namespace
 
 void Function_Add(const char* name, TRoutine routine, int argc, bool flag) {
@@ -122,7 +113,7 @@ double KXGetReal(const RValue* args, int index) {
 }
 
 int KXGetInt32(const RValue* args, int index) {
-    return Saturate(KXGetReal(args, index));
+    return kx::ToInt32(KXGetReal(args, index));
 }
 
 void KXCreateString(RValue* result, const char* text) {

@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -21,6 +22,7 @@ HTTP_REQ_CONTEXT* g_pHttpHead = nullptr;
 using kx::Area;
 using kx::BundleArea;
 using kx::Descriptor;
+using kx::DirectoryArea;
 using kx::SaveArea;
 
 namespace {
@@ -47,6 +49,13 @@ int WritePath(const Area& area, char* out, int size, const char* name) {
     if (path.size() >= static_cast<size_t>(size)) return Refuse(name, area, "is too long", ENAMETOOLONG);
     std::memcpy(out, path.c_str(), path.size() + 1);
     return 0;
+}
+
+/// True where a lookup in the bundle finds nothing, and that is no fault of the name: there is no bundle, or the name
+/// is the full path of something in the save area.
+bool IsNoMatterOfTheBundle(const char* name) {
+    if (!BundleArea().IsSet()) return true;
+    return !BundleArea().Place(name) && SaveArea().Place(name);
 }
 
 // --- reading and writing --------------------------------------------------------------------------------------------
@@ -95,7 +104,10 @@ int LoadSave::SetSaveArea(const char* directory) {
 }
 
 int LoadSave::SetBundleArea(const char* directory) {
-    return BundleArea().SetRoot(directory, false);
+    auto area = std::make_unique<DirectoryArea>("bundle area");
+    if (int reason = area->SetRoot(directory, false)) return reason;
+    kx::SetBundle(std::move(area));
+    return 0;
 }
 
 bool LoadSave::SaveFileExists(const char* name) {
@@ -111,6 +123,10 @@ int LoadSave::_GetSaveFileName(char* out, int size, const char* name) {
 }
 
 int LoadSave::_GetBundleFileName(char* out, int size, const char* name) {
+    if (IsNoMatterOfTheBundle(name)) {
+        out[0] = 0;
+        return ENOENT;
+    }
     return WritePath(BundleArea(), out, size, name);
 }
 
@@ -132,11 +148,20 @@ int LoadSave::RemoveSaveFile(const char* name) {
     return found && kx::g_systemCalls.unlinkat(directory.Get(), leaf.c_str(), 0) == 0;
 }
 
+int LoadSave::RenameSaveFile(const char* oldPath, const char* newPath) {
+    std::optional<std::string> from = SaveArea().Place(oldPath);
+    std::optional<std::string> to = SaveArea().Place(newPath);
+    int reason = from && to ? SaveArea().Rename(*from, *to) : EXDEV;
+    if (reason == 0) return 0;
+    errno = reason;
+    return -1;
+}
+
 char* LoadSave::ReadBundleFile(const char* name, int* size) {
     std::optional<std::string> place = BundleArea().Place(name);
     if (!place) return nullptr;
     try {
-        kx::Contents contents = kx::LoadFrom(BundleArea(), *place);
+        kx::Contents contents = BundleArea().Load(*place);
         if (!contents) return nullptr;
         *size = contents->m_size;
         return std::exchange(contents->m_data, nullptr);

@@ -79,6 +79,11 @@ public:
     /// @return 1, or 0 where there is none or it cannot be deleted.
     static int RemoveSaveFile(const char* name);
 
+    /// Gives a file of the save area another name there, in one step; a file that has the name is replaced. No
+    /// directories are made.
+    /// @return 0; -1, with errno set, where nothing was renamed.
+    static int RenameSaveFile(const char* oldPath, const char* newPath);
+
     /// @param size  set to the length in bytes.
     /// @return the bytes of a bundle file in host memory, a zero byte after them, or null; released with
     ///         MemoryManager::Free.
@@ -166,6 +171,20 @@ public:
 private:
     static constexpr int kEndOfContents = -256;
 };
+
+/// Opens a file of the areas as a stream of the standard library, whose fread, fwrite and fclose work on it; for files
+/// that are too large for memory.
+/// @param path  full path, as the resolvers write it.
+/// @param mode  "rb": the file of either area, where the system itself can open it; "wb": a file of the save area,
+/// whose
+///              directory is there. What "wb" writes takes the file's place in one step at the close: until then, and
+///              where that fails, the file is as it was, and a line on dbg_csol says why.
+/// @return null, with errno set, where it cannot be opened; an empty path cannot.
+/// @thread any; one stream on one thread at a time
+FILE* KXOpenStream(const char* path, const char* mode);
+
+/// Gives up what a stream of KXOpenStream has written: the close leaves the file as it was.
+void KXAbandonStream(FILE* stream);
 
 /// Closes what a file slot holds: a virtual file or a stream of the standard library, whichever the pointer is.
 /// @return 0, or -1 where something could not be written. Null-safe.

@@ -3,13 +3,16 @@
 
 #include "Files/Base/Limits.h"
 #include "Files/Base/Utf8.h"
+#include "Files/Code/Code_Error.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kx {
@@ -26,7 +29,9 @@ bool IsControl(char c) {
 /// What is wrong with a name before its components are looked at; null for nothing.
 const char* FaultOf(std::string_view name) {
     if (std::all_of(name.begin(), name.end(), IsBlank)) return "is empty";
-    if (name.size() >= kMaxPath) return "is too long";
+    bool absolute = name[0] == '/' || name[0] == '\\';
+    auto limit = static_cast<size_t>(absolute ? kMaxLongPath : kMaxPath);
+    if (name.size() >= limit) return "is too long";
     if (std::any_of(name.begin(), name.end(), IsControl)) return "holds control characters";
     if (!IsUtf8(name)) return "is not UTF-8";
     return nullptr;
@@ -85,30 +90,6 @@ int MakeRoot(const std::string& path) {
 
 }  // namespace
 
-int Area::SetRoot(const char* directory, bool create) {
-    if (!directory || !*directory) return EINVAL;
-    std::string path = Absolute(directory);
-    int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    auto open = [&] {
-        return RetryInterrupted([&] { return g_systemCalls.openat(AT_FDCWD, path.c_str(), flags, 0); });
-    };
-    Descriptor root(open());
-    if (!root && errno == ENOENT && create) {
-        if (int reason = MakeRoot(path)) return reason;
-        root = Descriptor(open());
-    }
-    if (!root) return errno;
-
-    // Paths are shown as the embedder wrote them, unless working "." and ".." off their text would change their
-    // meaning.
-    const char* ignored = nullptr;
-    std::string written = "/" + Normalised(path, &ignored);
-    m_canonical = Canonical(path);
-    m_path = Canonical(written) == m_canonical ? written : m_canonical;
-    m_root = std::move(root);
-    return 0;
-}
-
 std::optional<std::string> Area::Place(const char* name, const char** fault) const {
     const char* ignored = nullptr;
     const char** wrong = fault ? fault : &ignored;
@@ -142,47 +123,155 @@ std::string Area::FullPath(const std::string& place) const {
 }
 
 int Area::Contain(const std::string& place) const {
-    if (OpenBeneath(Root(), place, O_PATH)) return 0;
-    return errno == ENOENT ? 0 : errno;
+    struct stat status {};
+    int reason = Look(place, &status);
+    bool tooLongToBeThere = reason == ENAMETOOLONG && LeafOf(place).size() > NAME_MAX;  // but a mask may be
+    if (tooLongToBeThere) return Contain(ParentOf(place));
+    return reason == ENOENT || reason == ENOTDIR ? 0 : reason;
 }
 
 bool Area::HasFile(const std::string& place) const {
     struct stat status {};
-    Descriptor file = OpenBeneath(Root(), place, O_PATH);
-    return file && g_systemCalls.fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode);
+    return Look(place, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool Area::HasDirectory(const std::string& place) const {
-    return static_cast<bool>(OpenBeneath(Root(), place, O_PATH | O_DIRECTORY));
+    struct stat status {};
+    return Look(place, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-Descriptor Area::OpenFile(const std::string& place, int flags, struct stat* status) const {
+void Area::SetPaths(std::string written, std::string canonical) {
+    m_path = std::move(written);
+    m_canonical = std::move(canonical);
+}
+
+int DirectoryArea::SetRoot(const char* directory, bool create) {
+    if (!directory || !*directory) return EINVAL;
+    std::string path = Absolute(directory);
+    int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    auto open = [&] {
+        return RetryInterrupted([&] { return g_systemCalls.openat(AT_FDCWD, path.c_str(), flags, 0); });
+    };
+    Descriptor root(open());
+    if (!root && errno == ENOENT && create) {
+        if (int reason = MakeRoot(path)) return reason;
+        root = Descriptor(open());
+    }
+    if (!root) return errno;
+
+    // Paths are shown as the embedder wrote them, unless working "." and ".." off their text would change their
+    // meaning.
+    const char* ignored = nullptr;
+    std::string written = "/" + Normalised(path, &ignored);
+    std::string canonical = Canonical(path);
+    bool same = Canonical(written) == canonical;
+    SetPaths(same ? written : canonical, canonical);
+    m_root = std::move(root);
+    return 0;
+}
+
+int DirectoryArea::Look(const std::string& place, struct stat* status) const {
+    Descriptor found = OpenBeneath(Root(), place, O_PATH);
+    return found && g_systemCalls.fstat(found.Get(), status) == 0 ? 0 : errno;
+}
+
+Contents DirectoryArea::Load(const std::string& place) const {
+    struct stat status {};
+    Descriptor file = OpenToRead(place, &status);
+    return file ? LoadOpenFile(file, status, FullPath(place)) : nullptr;
+}
+
+Descriptor DirectoryArea::OpenToRead(const std::string& place, struct stat* status) const {
+    return OpenFile(place, O_RDONLY, status);
+}
+
+int DirectoryArea::List(const std::string& place, std::vector<DirectoryEntry>* entries) const {
+    std::vector<DirectoryEntry> all;
+    if (int reason = ListDirectoryBeneath(Root(), place, &all)) return reason;
+    for (DirectoryEntry& entry : all) {
+        if (entry.kind == EntryKind::link) entry.kind = Target(place.empty() ? entry.name : place + "/" + entry.name);
+        bool listed = entry.kind == EntryKind::file || entry.kind == EntryKind::directory;
+        if (listed) entries->push_back(std::move(entry));
+    }
+    return 0;
+}
+
+/// What a link leads to; a link where that is nothing inside.
+EntryKind DirectoryArea::Target(const std::string& link) const {
+    if (HasFile(link)) return EntryKind::file;
+    return HasDirectory(link) ? EntryKind::directory : EntryKind::link;
+}
+
+Descriptor DirectoryArea::OpenFile(const std::string& place, int flags, struct stat* status) const {
     return OpenRegularBeneath(Root(), place, flags, status);
 }
 
-Descriptor Area::OpenDirectoryOf(const std::string& place) const {
+Descriptor DirectoryArea::OpenDirectoryOf(const std::string& place) const {
     return OpenBeneath(Root(), ParentOf(place), O_RDONLY | O_DIRECTORY);
 }
 
-int Area::MakeDirectories(const std::string& place) const {
+int DirectoryArea::MakeDirectories(const std::string& place) const {
     return MakeDirectoriesBeneath(Root(), place, m_durability);
 }
 
-int Area::Replace(const std::string& place, const char* data, int size) const {
+int DirectoryArea::RemoveTree(const std::string& place) const {
+    if (place.empty()) return EBUSY;  // the root
+    Descriptor parent = OpenDirectoryOf(place);
+    if (!parent) return errno;
+    std::string leaf = LeafOf(place);
+    struct stat status {};
+    if (g_systemCalls.fstatat(parent.Get(), leaf.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+    if (!S_ISLNK(status.st_mode)) return RemoveTreeBeneath(Root(), place);
+    if (!HasDirectory(place)) return ENOTDIR;
+    return g_systemCalls.unlinkat(parent.Get(), leaf.c_str(), 0) == 0 ? 0 : errno;
+}
+
+int DirectoryArea::Replace(const std::string& place, const char* data, int size) const {
     if (int reason = MakeDirectories(ParentOf(place))) return reason;
     Descriptor directory = OpenDirectoryOf(place);
     if (!directory) return errno;
     return ReplaceFile(directory.Get(), LeafOf(place).c_str(), data, static_cast<size_t>(size), m_durability);
 }
 
-Area& SaveArea() {
-    static Area area("save area");
+int DirectoryArea::Rename(const std::string& from, const std::string& to) const {
+    bool root = from.empty() || to.empty();
+    return root ? EBUSY : RenameBeneath(Root(), from, to, m_durability);
+}
+
+Contents LoadOpenFile(const Descriptor& file, const struct stat& status, const std::string& path) {
+    if (status.st_size > kMaxFileBytes) {
+        dbg_csol->Output("File too large to open: %s (%lld bytes, at most %d)\n", path.c_str(),
+                         static_cast<long long>(status.st_size), kMaxFileBytes);
+        errno = EFBIG;
+        return nullptr;
+    }
+    auto contents = std::make_unique<Buffer_Standard>(static_cast<int>(status.st_size), eBuffer_Format_Grow, 1);
+    ssize_t count = ReadAll(file.Get(), contents->m_data, static_cast<size_t>(contents->m_size));
+    if (count < 0) return nullptr;
+    contents->Truncate(static_cast<int>(count));
+    return contents;
+}
+
+DirectoryArea& SaveArea() {
+    static DirectoryArea area("save area");
     return area;
 }
 
-Area& BundleArea() {
-    static Area area("bundle area");
+namespace {
+
+std::unique_ptr<Area>& Bundle() {
+    static std::unique_ptr<Area> area = std::make_unique<DirectoryArea>("bundle area");
     return area;
+}
+
+}  // namespace
+
+Area& BundleArea() {
+    return *Bundle();
+}
+
+std::unique_ptr<Area> SetBundle(std::unique_ptr<Area> area) {
+    return std::exchange(Bundle(), std::move(area));
 }
 
 }  // namespace kx

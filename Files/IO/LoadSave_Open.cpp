@@ -24,21 +24,6 @@ using kx::SaveArea;
 
 namespace {
 
-// --- contents -------------------------------------------------------------------------------------------------------
-
-/// @return the bytes of an open file, or null and errno.
-Contents Load(const Descriptor& file, const struct stat& status) {
-    if (status.st_size > kx::kMaxFileBytes) {
-        errno = EFBIG;
-        return nullptr;
-    }
-    auto contents = std::make_unique<Buffer_Standard>(static_cast<int>(status.st_size), eBuffer_Format_Grow, 1);
-    ssize_t count = kx::ReadAll(file.Get(), contents->m_data, static_cast<size_t>(contents->m_size));
-    if (count < 0) return nullptr;
-    contents->Truncate(static_cast<int>(count));
-    return contents;
-}
-
 /// True where a failed open means that there is no such file, as opposed to one that cannot be read just now: only then
 /// may another file stand in for it.
 bool MeansNoFile(int reason) {
@@ -149,10 +134,10 @@ std::optional<OpenMode> ParseMode(const char* mode) {
 
 _KXFILE* OpenForReading(const char* path, const OpenMode& mode) {
     errno = EXDEV;
-    for (const Area* area : {&SaveArea(), &BundleArea()}) {
+    for (const Area* area : {static_cast<Area*>(&SaveArea()), &BundleArea()}) {
         std::optional<std::string> place = area->Place(path);
         if (!place) continue;
-        if (Contents contents = kx::LoadFrom(*area, *place)) {
+        if (Contents contents = area->Load(*place)) {
             FileOwner file(new _KXFILE);
             file->pBuff = contents.release();
             file->isText = mode.text;
@@ -200,9 +185,9 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
 
     Contents contents;
     if (exists && mode.keep) {
-        contents = Load(existing, status);
+        contents = kx::LoadOpenFile(existing, status, SaveArea().FullPath(*place));
     } else if (fromBundle) {
-        contents = kx::LoadFrom(BundleArea(), *place);
+        contents = BundleArea().Load(*place);
     } else {
         contents = std::make_unique<Buffer_Standard>(0, eBuffer_Format_Grow, 1);
     }
@@ -230,12 +215,6 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
 }
 
 }  // namespace
-
-Contents kx::LoadFrom(const Area& area, const std::string& place) {
-    struct stat status {};
-    Descriptor file = area.OpenFile(place, O_RDONLY, &status);
-    return file ? Load(file, status) : nullptr;
-}
 
 bool kx::AnyFileOpenForWriting() {
     std::vector<_KXFILE*> files = TheOpenFiles().All();
