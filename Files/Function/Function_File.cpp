@@ -10,6 +10,9 @@ StFile textfiles[MAXFILE];
 int filestatus[MAXFILE];
 StFile binfiles[MAXBFILE];
 bool bfilestatus[MAXBFILE];
+char FileMode[FILE_MODE_SIZE];
+kxFindData g_kxFindData;
+bool filesrused;
 
 RValue g_undefined = {{0}, 0, VALUE_UNDEFINED};
 
@@ -23,6 +26,14 @@ struct BuiltIn {
 };
 
 const BuiltIn g_builtIns[] = {
+    {"file_bin_open", F_FileBinOpen, 2, false},
+    {"file_bin_rewrite", F_FileBinRewrite, 1, false},
+    {"file_bin_close", F_FileBinClose, 1, false},
+    {"file_bin_position", F_FileBinPosition, 1, false},
+    {"file_bin_size", F_FileBinSize, 1, false},
+    {"file_bin_seek", F_FileBinSeek, 2, false},
+    {"file_bin_read_byte", F_FileBinReadByte, 1, false},
+    {"file_bin_write_byte", F_FileBinWriteByte, 2, false},
     {"file_text_open_from_string", F_FileTextSet, 1, false},
     {"file_text_open_read", F_FileTextOpenRead, 1, false},
     {"file_text_open_write", F_FileTextOpenWrite, 1, false},
@@ -36,6 +47,23 @@ const BuiltIn g_builtIns[] = {
     {"file_text_write_string", F_FileTextWriteString, 2, false},
     {"file_text_write_real", F_FileTextWriteReal, 2, false},
     {"file_text_writeln", F_FileTextWriteLn, 1, false},
+    {"file_exists", F_FileExists, 1, false},
+    {"file_delete", F_FileDelete, 1, false},
+    {"file_rename", F_FileRename, 2, false},
+    {"file_copy", F_FileCopy, 2, false},
+    {"directory_exists", F_DirectoryExists, 1, false},
+    {"directory_create", F_DirectoryCreate, 1, false},
+    {"directory_destroy", F_DirectoryDelete, 1, false},
+    {"file_find_first", F_FileFindFirst, 2, false},
+    {"file_find_next", F_FileFindNext, 0, false},
+    {"file_find_close", F_FileFindClose, 0, false},
+    {"file_attributes", F_FileAttributes, 2, false},
+    {"filename_name", F_FilenameName, 1, false},
+    {"filename_path", F_FilenamePath, 1, false},
+    {"filename_dir", F_FilenameDir, 1, false},
+    {"filename_drive", F_FilenameDrive, 1, false},
+    {"filename_ext", F_FilenameExt, 1, false},
+    {"filename_change_ext", F_FilenameChangeExt, 2, false},
     {"parameter_count", F_ParameterCount, 0, false},
     {"parameter_string", F_ParameterString, 1, false},
     {"environment_get_variable", F_EnvironmentGetVariable, 1, false},

@@ -23,12 +23,17 @@ struct StFile {
     };
 };
 
+constexpr int FILE_MODE_SIZE = 10;
+
 enum : int { FILE_CLOSED = 0, FILE_READING = 1, FILE_WRITING = 2 };
 
 extern StFile textfiles[MAXFILE];
 extern int filestatus[MAXFILE];
 extern StFile binfiles[MAXBFILE];
 extern bool bfilestatus[MAXBFILE];
+extern char FileMode[FILE_MODE_SIZE];  // how the last binary file was opened
+extern kxFindData g_kxFindData;        // the one file search
+extern bool filesrused;                // it found something and has not been closed
 
 /// The size of the buffers that names are resolved into, and of the scratch copies that paths are cut in.
 constexpr int PATH_SIZE = 1024;
@@ -37,6 +42,12 @@ constexpr int SCRATCH_PATH_SIZE = 2048;
 inline void SetReal(RValue& result, double value) {
     result.real = value;
     result.kind = VALUE_REAL;
+}
+
+/// A string with no text, which scripts read as an empty one.
+inline void SetNoText(RValue& result) {
+    result.str = nullptr;
+    result.kind = VALUE_STRING;
 }
 
 /// Resolves a name that is to be read: in the save area, else in the bundle area.
@@ -53,6 +64,16 @@ inline bool ResolveExisting(char* path, const char* name) {
     return false;
 }
 
+// Binary files
+void F_FileBinOpen(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinRewrite(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinClose(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinPosition(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinSize(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinSeek(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinReadByte(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileBinWriteByte(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
 // Text files
 void F_FileTextSet(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_FileTextOpenRead(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
@@ -67,6 +88,29 @@ void F_FileTextEoln(RValue& result, CInstance* self, CInstance* other, int argc,
 void F_FileTextWriteString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_FileTextWriteReal(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_FileTextWriteLn(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// Files and directories
+void F_FileExists(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileDelete(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileRename(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileCopy(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_DirectoryExists(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_DirectoryCreate(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_DirectoryDelete(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileAttributes(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// File search
+void F_FileFindFirst(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileFindNext(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FileFindClose(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// File names
+void F_FilenameName(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FilenamePath(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FilenameDir(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FilenameDrive(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FilenameExt(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_FilenameChangeExt(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 
 // Program parameters and environment
 void F_ParameterCount(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);

@@ -28,8 +28,7 @@ void F_ParameterString(RValue& result, CInstance*, CInstance*, int, RValue* arg)
 }
 
 void F_EnvironmentGetVariable(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
-    result.str = nullptr;
-    result.kind = VALUE_STRING;
+    SetNoText(result);
     const char* name = KXGetString(arg, 0);
     if (!name) return;
     char* value = EnvironmentGetVariable(name);

@@ -1,0 +1,118 @@
+// File names: taking them apart, and giving them another extension.
+#include "Files/Code/Code_Error.h"
+#include "Files/Function/Function_File_Internal.h"
+#include "Files/Support/Support_File.h"
+#include "Platform/MemoryManager.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
+
+/// Makes the result a part of the name, as a helper of the host cuts it out.
+void GivePart(RValue& result, RValue* arg, char* (*extract)(const char*)) {
+    SetNoText(result);
+    const char* name = KXGetString(arg, 0);
+    if (!name) return;
+    char* out = extract(name);
+    KXCreateString(&result, out);
+    KXFree(out);
+}
+
+/// The directory of a bare name, which is where it is found.
+/// @return host memory; null where it is in neither area.
+char* DirectoryOfExisting(const char* name) {
+    char path[PATH_SIZE];
+    return ResolveExisting(path, name) ? ExtractFilePath(path, false) : nullptr;
+}
+
+/// A text that is built here; cleared, so that it always ends.
+char* AllocText(size_t size) {
+    return static_cast<char*>(MemoryManager::Alloc(static_cast<unsigned int>(size), MODULE_SOURCE, __LINE__, true));
+}
+
+}  // namespace
+
+void F_FilenameName(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    GivePart(result, arg, ExtractFileName);
+}
+
+void F_FilenamePath(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    SetNoText(result);
+    const char* name = KXGetString(arg, 0);
+    if (!name) {
+        KXError("null string passed to filename_path");
+        return;
+    }
+    char* out = ExtractFilePath(name, true);
+    if (!*out) {
+        MemoryManager::Free(out);
+        out = DirectoryOfExisting(name);
+    }
+    size_t len = out ? std::strlen(out) : 0;
+    if (len == 0 || IsSeparator(out[len - 1])) {
+        KXCreateString(&result, out);
+    } else {
+        char* ended = AllocText(len + 2);
+        std::memcpy(ended, out, len);
+        ended[len] = '/';
+        KXCreateString(&result, ended);
+        MemoryManager::Free(ended);
+    }
+    MemoryManager::Free(out);
+}
+
+void F_FilenameDir(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    SetNoText(result);
+    const char* name = KXGetString(arg, 0);
+    if (!name) {
+        KXError("null string passed to filename_dir");
+        return;
+    }
+    char* out = ExtractFilePath(name, false);
+    if (!out) return;
+    if (!*out) {
+        MemoryManager::Free(out);
+        out = DirectoryOfExisting(name);
+    }
+    size_t len = out ? std::strlen(out) : 0;
+    if (len > 1 && IsSeparator(out[len - 1])) out[len - 1] = 0;  // a lone "/" is a directory
+    KXCreateString(&result, out);
+    MemoryManager::Free(out);
+}
+
+void F_FilenameDrive(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    GivePart(result, arg, ExtractFileDrive);
+}
+
+void F_FilenameExt(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    GivePart(result, arg, ExtractFileExt);
+}
+
+void F_FilenameChangeExt(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    SetNoText(result);
+    const char* pFilename = KXGetString(arg, 0);
+    const char* pNewExt = KXGetString(arg, 1);
+    if (!pFilename) return;
+    if (!pNewExt) pNewExt = "";
+    size_t n = std::strlen(pNewExt);
+    const char* pDot = std::strrchr(pFilename, '.');
+    char* out;
+    if (pDot) {  // a folder's dot too; the new extension brings its own
+        auto len2dot = static_cast<size_t>(pDot - pFilename);
+        out = AllocText(len2dot + n + 2);
+        std::memcpy(out, pFilename, len2dot);
+        std::memcpy(out + len2dot, pNewExt, n);
+    } else {
+        size_t new_len = n + 2 + std::strlen(pFilename);
+        bool complete = *pNewExt == '.' || *pNewExt == 0;
+        out = AllocText(new_len);
+        std::snprintf(out, new_len, complete ? "%s%s" : "%s.%s", pFilename, pNewExt);
+    }
+    KXCreateString(&result, out);
+    KXFree(out);
+}

@@ -1,0 +1,106 @@
+// What the module asks of each platform: attributes of files, and searches. Here for Linux.
+#include "Files/Base/Number.h"
+#include "Files/Code/Code_Error.h"
+#include "Files/Function/Function_File.h"
+#include "Files/IO/LoadSave_Area.h"
+
+#include <algorithm>
+#include <clocale>
+#include <cstring>
+#include <fnmatch.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+using kx::Area;
+using kx::BundleArea;
+using kx::DirectoryEntry;
+using kx::EntryKind;
+using kx::SaveArea;
+
+namespace {
+
+/// The bits that files have and that searches ask for. Nothing here is a system file, which would be 4.
+enum Attribute : int { kReadOnly = 1, kHidden = 2, kDirectory = 16, kArchive = 32 };
+
+constexpr mode_t kAnyWriter = S_IWUSR | S_IWGRP | S_IWOTH;
+
+bool IsHidden(const std::string& leaf) {
+    return !leaf.empty() && leaf[0] == '.';
+}
+
+/// Makes a character of a mask a character of UTF-8, whatever the locale of the program is.
+class Utf8Characters {
+public:
+    Utf8Characters() {
+        static const locale_t utf8 = ::newlocale(LC_CTYPE_MASK | LC_COLLATE_MASK, "C.UTF-8", nullptr);
+        if (utf8) m_before = ::uselocale(utf8);
+    }
+    Utf8Characters(const Utf8Characters&) = delete;
+    Utf8Characters& operator=(const Utf8Characters&) = delete;
+    ~Utf8Characters() {
+        if (m_before) ::uselocale(m_before);
+    }
+
+private:
+    locale_t m_before = nullptr;
+};
+
+/// Tells names that a mask lets through. A mask is a pattern as the shell's, without escapes: "\" separates folders.
+class Mask {
+public:
+    explicit Mask(const std::string& pattern) : m_pattern(pattern), m_all(pattern == "*" || pattern == "*.*") {}
+
+    [[nodiscard]] bool Matches(const std::string& name) const {
+        return m_all || ::fnmatch(m_pattern.c_str(), name.c_str(), FNM_NOESCAPE) == 0;
+    }
+
+private:
+    std::string m_pattern;
+    bool m_all;
+    Utf8Characters m_characters;
+};
+
+/// Files are always asked for, hidden ones and directories where their bits are.
+bool IsAskedFor(const DirectoryEntry& entry, int filter) {
+    if (IsHidden(entry.name) && !(filter & kHidden)) return false;
+    return entry.kind == EntryKind::file || (filter & kDirectory);
+}
+
+void AddMatches(kxFindData* data, const Area& area, const char* mask, int filter) {
+    std::optional<std::string> place = area.Place(mask);
+    if (!place || place->empty()) return;
+    std::vector<DirectoryEntry> entries;
+    int reason = area.List(kx::ParentOf(*place), &entries);
+    bool noDirectory = reason == ENOENT || reason == ENOTDIR;
+    if (reason && !noDirectory) dbg_csol->Output("Failed to list files: %s (%s)\n", mask, std::strerror(reason));
+
+    Mask names(kx::LeafOf(*place));
+    std::vector<const char*> found;
+    for (const DirectoryEntry& entry : entries) {
+        if (IsAskedFor(entry, filter) && names.Matches(entry.name)) found.push_back(entry.name.c_str());
+    }
+    std::sort(found.begin(), found.end(), [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });
+    for (const char* name : found) {
+        data->AddFile(name);
+    }
+}
+
+}  // namespace
+
+int KXGetFileAttributes(const char* path, bool isSave) {
+    const Area& area = isSave ? SaveArea() : BundleArea();
+    std::optional<std::string> place = area.Place(path);
+    struct stat status {};
+    if (!place || area.Look(*place, &status) != 0) return 0;
+    int attributes = S_ISDIR(status.st_mode) ? kDirectory : kArchive;
+    if (!(status.st_mode & kAnyWriter)) attributes |= kReadOnly;
+    if (IsHidden(kx::LeafOf(*place))) attributes |= kHidden;
+    return attributes;
+}
+
+void CreateFindData(kxFindData* data, const char* saveMask, const char* bundleMask, double attributes) {
+    int filter = kx::ToInt32(attributes);
+    AddMatches(data, SaveArea(), saveMask, filter);
+    AddMatches(data, BundleArea(), bundleMask, filter);
+}
