@@ -1,8 +1,9 @@
 // What the module asks of each platform: attributes of files, and searches. Here for Linux.
+#include "Platform/Platform_Hooks.h"
+
 #include "Files/Base/Number.h"
 #include "Files/Code/Code_Error.h"
 #include "Files/Function/Function_File.h"
-#include "Files/IO/LoadSave_Area.h"
 
 #include <algorithm>
 #include <clocale>
@@ -10,7 +11,7 @@
 #include <fnmatch.h>
 #include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
 using kx::Area;
 using kx::BundleArea;
@@ -67,26 +68,24 @@ bool IsAskedFor(const DirectoryEntry& entry, int filter) {
     return entry.kind == EntryKind::file || (filter & kDirectory);
 }
 
-void AddMatches(kxFindData* data, const Area& area, const char* mask, int filter) {
+}  // namespace
+
+std::vector<std::string> kx::FindNames(const Area& area, const char* mask, int filter) {
+    std::vector<std::string> names;
     std::optional<std::string> place = area.Place(mask);
-    if (!place || place->empty()) return;
+    if (!place || place->empty()) return names;
     std::vector<DirectoryEntry> entries;
-    int reason = area.List(kx::ParentOf(*place), &entries);
+    int reason = area.List(ParentOf(*place), &entries);
     bool noDirectory = reason == ENOENT || reason == ENOTDIR;
     if (reason && !noDirectory) dbg_csol->Output("Failed to list files: %s (%s)\n", mask, std::strerror(reason));
 
-    Mask names(kx::LeafOf(*place));
-    std::vector<const char*> found;
-    for (const DirectoryEntry& entry : entries) {
-        if (IsAskedFor(entry, filter) && names.Matches(entry.name)) found.push_back(entry.name.c_str());
+    Mask wanted(LeafOf(*place));
+    for (DirectoryEntry& entry : entries) {
+        if (IsAskedFor(entry, filter) && wanted.Matches(entry.name)) names.push_back(std::move(entry.name));
     }
-    std::sort(found.begin(), found.end(), [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });
-    for (const char* name : found) {
-        data->AddFile(name);
-    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
-
-}  // namespace
 
 int KXGetFileAttributes(const char* path, bool isSave) {
     const Area& area = isSave ? SaveArea() : BundleArea();
@@ -101,6 +100,10 @@ int KXGetFileAttributes(const char* path, bool isSave) {
 
 void CreateFindData(kxFindData* data, const char* saveMask, const char* bundleMask, double attributes) {
     int filter = kx::ToInt32(attributes);
-    AddMatches(data, SaveArea(), saveMask, filter);
-    AddMatches(data, BundleArea(), bundleMask, filter);
+    for (const std::string& name : kx::FindNames(SaveArea(), saveMask, filter)) {
+        data->AddFile(name.c_str());
+    }
+    for (const std::string& name : kx::FindNames(BundleArea(), bundleMask, filter)) {
+        data->AddFile(name.c_str());
+    }
 }

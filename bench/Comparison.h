@@ -6,7 +6,8 @@
 /// Benchmarks in pairs: ours, and what it is held against, in one run.
 namespace kx::bench {
 
-/// Says that one benchmark's time is to be at most `bar` times another's. Both are named as they were registered.
+/// Says that one benchmark's time is to be at most `bar` times another's; 0 for a time that is only to be seen. Both
+/// are named as they were registered.
 struct Pair {
     const char* work;
     const char* ours;

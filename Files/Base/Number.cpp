@@ -2,7 +2,6 @@
 #include "Files/Base/Number.h"
 
 #include <charconv>
-#include <climits>
 #include <cmath>
 #include <limits>
 
@@ -75,13 +74,6 @@ int ParseReal(std::string_view text, double* value) {
         *value = negative ? -magnitude : magnitude;
     }
     return static_cast<int>(end - text.data());
-}
-
-int ToInt32(double value) {
-    if (std::isnan(value)) return 0;
-    if (value >= INT_MAX) return INT_MAX;
-    if (value <= INT_MIN) return INT_MIN;
-    return static_cast<int>(value);
 }
 
 int PrintReal(char* out, double value) {

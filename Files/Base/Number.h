@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <string_view>
 
 /// Numbers to and from text, the same under every locale: the one place where a digit is read or printed.
@@ -17,7 +18,11 @@ constexpr int kNumberText = 32;
 int ParseReal(std::string_view text, double* value);
 
 /// @return a real in the range of a 32-bit integer: cut toward zero, stopped at the ends; 0 for NaN.
-int ToInt32(double value);
+inline int ToInt32(double value) {
+    if (value > INT_MIN && value < INT_MAX) return static_cast<int>(value);
+    if (value >= INT_MAX) return INT_MAX;
+    return value <= INT_MIN ? INT_MIN : 0;
+}
 
 /// Prints a real the short way: an integer where it is one below 1e15, else the fewest digits that read back the same.
 /// @param out  at least kNumberText bytes; the text is terminated.

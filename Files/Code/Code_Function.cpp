@@ -113,6 +113,7 @@ double KXGetReal(const RValue* args, int index) {
 }
 
 int KXGetInt32(const RValue* args, int index) {
+    if (args[index].kind == VALUE_REAL) return kx::ToInt32(args[index].real);  // ids, most of the time
     return kx::ToInt32(KXGetReal(args, index));
 }
 

@@ -213,7 +213,7 @@ int LoadSave::fputs(_KXFILE* file, const char* text) {
     return Write(file, text, length) == length ? 0 : -1;
 }
 
-unsigned LoadSave::fread(void* buf, unsigned size, unsigned count, _KXFILE* file) {
+unsigned LoadSave::ReadItems(void* buf, unsigned size, unsigned count, _KXFILE* file) {
     if (kxfeof(file) || size == 0 || count == 0) return 0;
     unsigned long long wanted = static_cast<unsigned long long>(size) * count;
     int room = static_cast<int>(std::min<unsigned long long>(wanted, INT_MAX));

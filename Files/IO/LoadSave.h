@@ -149,8 +149,12 @@ public:
     /// @return 0; -1 where the file is not open for writing or would grow past kx::kMaxFileBytes (KXError says so).
     static int fputs(_KXFILE* file, const char* text);
 
-    /// As their namesakes of the standard library.
-    static unsigned fread(void* buf, unsigned size, unsigned count, _KXFILE* file);
+    /// As their namesakes of the standard library. Scripts read a byte at a time, which is all that stands here.
+    static unsigned fread(void* buf, unsigned size, unsigned count, _KXFILE* file) {
+        if (size != 1 || count != 1 || kxfeof(file)) return ReadItems(buf, size, count, file);
+        *static_cast<char*>(buf) = file->pBuff->m_data[file->pBuff->m_position++];
+        return 1;
+    }
     static unsigned fwrite(const void* buf, unsigned size, unsigned count, _KXFILE* file);
     static int fseek(_KXFILE* file, long offset, int whence);
     static long ftell(_KXFILE* file);
@@ -169,6 +173,8 @@ public:
     static void Shutdown();
 
 private:
+    static unsigned ReadItems(void* buf, unsigned size, unsigned count, _KXFILE* file);
+
     static constexpr int kEndOfContents = -256;
 };
 

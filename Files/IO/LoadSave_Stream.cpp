@@ -21,7 +21,7 @@ using kx::SaveArea;
 
 namespace {
 
-constexpr size_t kStreamBytes = 128 * 1024;
+constexpr size_t kStreamBytes = 64 * 1024;
 
 // --- reading --------------------------------------------------------------------------------------------------------
 

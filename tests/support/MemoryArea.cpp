@@ -71,8 +71,7 @@ int MemoryArea::List(const std::string& place, std::vector<DirectoryEntry>* entr
     return 0;
 }
 
-MemoryBundle::MemoryBundle(Files files)
-    : m_before(SetBundle(std::make_unique<MemoryArea>(std::move(files)))) {}
+MemoryBundle::MemoryBundle(Files files) : m_before(SetBundle(std::make_unique<MemoryArea>(std::move(files)))) {}
 
 MemoryBundle::~MemoryBundle() {
     SetBundle(std::move(m_before));

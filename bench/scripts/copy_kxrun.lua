@@ -1,0 +1,2 @@
+-- Copies a large file.
+if file_copy("big.bin", "copied.bin") ~= 0 then error("not copied") end
