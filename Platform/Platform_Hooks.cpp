@@ -100,10 +100,11 @@ int KXGetFileAttributes(const char* path, bool isSave) {
 
 void CreateFindData(kxFindData* data, const char* saveMask, const char* bundleMask, double attributes) {
     int filter = kx::ToInt32(attributes);
-    for (const std::string& name : kx::FindNames(SaveArea(), saveMask, filter)) {
-        data->AddFile(name.c_str());
-    }
-    for (const std::string& name : kx::FindNames(BundleArea(), bundleMask, filter)) {
-        data->AddFile(name.c_str());
-    }
+    auto add = [&](const Area& area, const char* mask) {
+        for (const std::string& name : kx::FindNames(area, mask, filter)) {
+            data->AddFile(name.c_str());
+        }
+    };
+    add(SaveArea(), saveMask);
+    add(BundleArea(), bundleMask);
 }

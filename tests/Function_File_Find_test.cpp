@@ -152,6 +152,19 @@ TEST_F(FileSearch, FilesMayBeDeletedWhileTheyAreWalked) {
     EXPECT_TRUE(fs::is_empty(Save()));
 }
 
+TEST_F(FileSearch, AFileThatIsGoneByTheTimeItIsUsedIsAnOrdinaryFailure) {
+    MakeFiles({"gone", "other"});
+    std::string name = Call("file_find_first", {"*", 0}).Text();
+    fs::remove(Save(name));
+
+    EXPECT_EQ(Call("file_copy", {name, "copy"}).Real(), -1);
+    EXPECT_EQ(Call("file_bin_open", {name, 0}).Real(), -1);
+    EXPECT_EQ(Call("file_delete", {name}).Real(), 0);
+    EXPECT_EQ(Call("file_attributes", {name, 0}).Real(), 0);
+    EXPECT_EQ(Call("file_find_next").Text(), "other");
+    EXPECT_EQ(TakeError(), "");
+}
+
 TEST_F(FileSearch, AMaskThatIsNoTextFindsNothing) {
     MakeFiles({"a"});
 
@@ -260,10 +273,13 @@ TEST_F(FileSearch, MasksArePatternsOnTheLastComponent) {
 
 TEST_F(FileSearch, MasksMeanTheSameInEveryLocale) {
     MakeFiles({"\xC3\xA4.txt", "B.txt", "a.txt"});
+    auto expectTheSame = [this] {
+        EXPECT_EQ(Find("?.txt"), (Names{"B.txt", "a.txt", "\xC3\xA4.txt"}));
+        EXPECT_EQ(Find("[a-z].txt"), Names{"a.txt"});
+    };
+    expectTheSame();
     CommaLocale comma;
-
-    EXPECT_EQ(Find("?.txt"), (Names{"B.txt", "a.txt", "\xC3\xA4.txt"}));
-    EXPECT_EQ(Find("[a-z].txt"), Names{"a.txt"});
+    expectTheSame();
 }
 
 TEST_F(FileSearch, AMaskOfManyStarsIsAnsweredAtOnce) {

@@ -118,7 +118,8 @@ private:
 
 constexpr char kOpenFiles[] = "local a = file_text_open_append('log.txt') file_text_write_string(a, 'appended')\n"
                               "local w = file_text_open_write('save.txt') file_text_write_string(w, 'half a')\n"
-                              "local n = file_text_open_write('new.txt') file_text_write_string(n, 'half a')\n";
+                              "local n = file_text_open_write('new.txt') file_text_write_string(n, 'half a')\n"
+                              "local b = file_bin_open('bytes.bin', 2) file_bin_write_byte(b, 66)\n";
 
 TEST_F(Kxrun, EndsWithZeroAndTheScriptsOutput) {
     Outcome outcome = RunScript("print('hello', parameter_string(1), ...)", {"you"});
@@ -201,6 +202,7 @@ TEST_F(Kxrun, AScriptThatEndsWellHasItsOpenFilesWritten) {
     EXPECT_EQ(ReadWholeFile(Save() / "log.txt"), "appended");
     EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "half a");
     EXPECT_EQ(ReadWholeFile(Save() / "new.txt"), "half a");
+    EXPECT_EQ(ReadWholeFile(Save() / "bytes.bin"), "B");
 }
 
 TEST_F(Kxrun, AScriptThatFailsReplacesNoGoodSave) {
@@ -213,7 +215,7 @@ TEST_F(Kxrun, AScriptThatFailsReplacesNoGoodSave) {
     EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "old");
     EXPECT_EQ(ReadWholeFile(Save() / "log.txt"), "old, appended");
     EXPECT_EQ(NamesIn(Save()), (Words{"log.txt", "save.txt"}));
-    for (const char* name : {"save.txt", "new.txt"}) {
+    for (const char* name : {"save.txt", "new.txt", "bytes.bin"}) {
         EXPECT_NE(outcome.errors.find("Not written, because the script failed before it was closed: " +
                                       (Save() / name).string()),
                   std::string::npos);

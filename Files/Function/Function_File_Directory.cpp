@@ -1,15 +1,16 @@
-// Files and directories by name.
+// Files and directories by name. Each looks where it has to, in an order of its own:
 //
-// | built-in          | looks in                                             |
-// |-------------------|------------------------------------------------------|
-// | file_exists       | bundle, then save area                               |
-// | file_delete       | save area                                            |
-// | file_rename       | save area, both names                                |
-// | file_copy         | source: save area, then bundle; destination: save area |
-// | directory_exists  | save area, then bundle                               |
-// | directory_create  | save area                                            |
-// | directory_destroy | save area                                            |
-// | file_attributes   | save area, then bundle                               |
+// | built-in          | looks in                      | result                                                     |
+// |-------------------|-------------------------------|------------------------------------------------------------|
+// | file_exists       | bundle, save area             | 1 or 0                                                     |
+// | file_delete       | save area                     | the host's, or 0                                           |
+// | file_rename       | save area                     | 1 or 0; not set when the old name is not in the save area  |
+// | file_copy         | from: save area, bundle       | 0, or -1                                                   |
+// |                   | to: save area                 |                                                            |
+// | directory_exists  | save area, bundle             | 1 or 0                                                     |
+// | directory_create  | save area                     | 1 or 0                                                     |
+// | directory_destroy | save area                     | not set                                                    |
+// | file_attributes   | save area, bundle             | attribute bits, or 0                                       |
 #include "Files/Code/Code_Error.h"
 #include "Files/Function/Function_File_Internal.h"
 #include "Files/Support/Support_File.h"

@@ -23,11 +23,22 @@ void GivePart(RValue& result, RValue* arg, char* (*extract)(const char*)) {
     KXFree(out);
 }
 
-/// The directory of a bare name, which is where it is found.
-/// @return host memory; null where it is in neither area.
-char* DirectoryOfExisting(const char* name) {
+/// The first steps of taking a directory: the result has no text, and the directory part of the name is there; for a
+/// bare name the directory where it is found.
+/// @return host memory, empty where there is no directory; null, after KXError, where there is no name.
+char* TakeDirectory(RValue& result, RValue* arg, bool flag, const char* error) {
+    SetNoText(result);
+    const char* name = KXGetString(arg, 0);
+    if (!name) {
+        KXError("%s", error);
+        return nullptr;
+    }
+    char* out = ExtractFilePath(name, flag);
     char path[PATH_SIZE];
-    return ResolveExisting(path, name) ? ExtractFilePath(path, false) : nullptr;
+    bool bare = out && !*out;
+    if (!bare || !ResolveExisting(path, name)) return out;
+    MemoryManager::Free(out);
+    return ExtractFilePath(path, false);
 }
 
 /// A text that is built here; cleared, so that it always ends.
@@ -42,18 +53,9 @@ void F_FilenameName(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
 }
 
 void F_FilenamePath(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
-    SetNoText(result);
-    const char* name = KXGetString(arg, 0);
-    if (!name) {
-        KXError("null string passed to filename_path");
-        return;
-    }
-    char* out = ExtractFilePath(name, true);
-    if (!*out) {
-        MemoryManager::Free(out);
-        out = DirectoryOfExisting(name);
-    }
-    size_t len = out ? std::strlen(out) : 0;
+    char* out = TakeDirectory(result, arg, true, "null string passed to filename_path");
+    if (!out) return;
+    size_t len = std::strlen(out);
     if (len == 0 || IsSeparator(out[len - 1])) {
         KXCreateString(&result, out);
     } else {
@@ -67,19 +69,9 @@ void F_FilenamePath(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
 }
 
 void F_FilenameDir(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
-    SetNoText(result);
-    const char* name = KXGetString(arg, 0);
-    if (!name) {
-        KXError("null string passed to filename_dir");
-        return;
-    }
-    char* out = ExtractFilePath(name, false);
+    char* out = TakeDirectory(result, arg, false, "null string passed to filename_dir");
     if (!out) return;
-    if (!*out) {
-        MemoryManager::Free(out);
-        out = DirectoryOfExisting(name);
-    }
-    size_t len = out ? std::strlen(out) : 0;
+    size_t len = std::strlen(out);
     if (len > 1 && IsSeparator(out[len - 1])) out[len - 1] = 0;  // a lone "/" is a directory
     KXCreateString(&result, out);
     MemoryManager::Free(out);

@@ -1,15 +1,13 @@
 // The life of a virtual file: read whole when it is opened, replaced whole when it is closed.
 #include "Files/IO/LoadSave_Open.h"
 
-#include "Files/Base/Limits.h"
+#include "Files/Base/Registry.h"
 #include "Files/Code/Code_Error.h"
 #include "Files/IO/LoadSave.h"
 #include "Platform/MemoryManager.h"
 
-#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -33,45 +31,24 @@ bool MeansNoFile(int reason) {
 
 // --- the open files -------------------------------------------------------------------------------------------------
 
+using OpenFiles = kx::Registry<_KXFILE>;
+
 /// Every virtual file that fopen has made and fclose has not ended yet.
-class OpenFiles {
-public:
-    void Add(_KXFILE* file) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        file->next = m_first;
-        if (m_first) m_first->previous = file;
-        m_first = file;
-    }
-
-    void Remove(_KXFILE* file) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (file->previous) file->previous->next = file->next;
-        if (file->next) file->next->previous = file->previous;
-        if (m_first == file) m_first = file->next;
-    }
-
-    bool Holds(const void* pointer) {
-        std::vector<_KXFILE*> files = All();
-        return std::find(files.begin(), files.end(), pointer) != files.end();
-    }
-
-    std::vector<_KXFILE*> All() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        std::vector<_KXFILE*> files;
-        for (_KXFILE* file = m_first; file; file = file->next) {
-            files.push_back(file);
-        }
-        return files;
-    }
-
-private:
-    std::mutex m_mutex;
-    _KXFILE* m_first = nullptr;
-};
-
 OpenFiles& TheOpenFiles() {
     static auto* files = new OpenFiles;  // a file may be closed while static objects are destroyed
     return *files;
+}
+
+std::vector<_KXFILE*> AllOpenFiles() {
+    std::vector<_KXFILE*> files;
+    TheOpenFiles().ForEach([&](_KXFILE* file) { files.push_back(file); });
+    return files;
+}
+
+bool IsOpenFile(const void* pointer) {
+    bool found = false;
+    TheOpenFiles().ForEach([&](const _KXFILE* file) { found = found || file == pointer; });
+    return found;
 }
 
 struct FileDeleter {
@@ -217,8 +194,9 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
 }  // namespace
 
 bool kx::AnyFileOpenForWriting() {
-    std::vector<_KXFILE*> files = TheOpenFiles().All();
-    return std::any_of(files.begin(), files.end(), [](const _KXFILE* file) { return file->writeBack; });
+    bool writing = false;
+    TheOpenFiles().ForEach([&](const _KXFILE* file) { writing = writing || file->writeBack; });
+    return writing;
 }
 
 _KXFILE* LoadSave::fopen(const char* path, const char* mode) {
@@ -243,7 +221,7 @@ int LoadSave::fclose(_KXFILE* file) {
 }
 
 void LoadSave::DiscardUnfinished() {
-    for (_KXFILE* file : TheOpenFiles().All()) {
+    for (_KXFILE* file : AllOpenFiles()) {
         if (!file->writeBack || file->append || !file->changed) continue;
         file->writeBack = false;
         RemoveIfCreatedEmpty(file);
@@ -252,7 +230,7 @@ void LoadSave::DiscardUnfinished() {
 }
 
 void LoadSave::Shutdown() {
-    for (_KXFILE* file : TheOpenFiles().All()) {
+    for (_KXFILE* file : AllOpenFiles()) {
         WriteBack(file);
         file->writeBack = false;
     }
@@ -260,6 +238,6 @@ void LoadSave::Shutdown() {
 
 int KXCloseStream(FILE* stream) {
     if (!stream) return 0;
-    if (TheOpenFiles().Holds(stream)) return LoadSave::fclose(reinterpret_cast<_KXFILE*>(stream));
+    if (IsOpenFile(stream)) return LoadSave::fclose(reinterpret_cast<_KXFILE*>(stream));
     return std::fclose(stream) == 0 ? 0 : -1;
 }

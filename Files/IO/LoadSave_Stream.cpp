@@ -1,6 +1,7 @@
 // Files of the areas as streams of the standard library.
 #include "Files/IO/LoadSave.h"
 
+#include "Files/Base/Registry.h"
 #include "Files/Code/Code_Error.h"
 #include "Files/IO/LoadSave_Area.h"
 
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -57,39 +57,12 @@ struct Writer {
     kx::FileReplacement replacement;
     bool abandoned = false;
     FILE* stream = nullptr;
-    Writer* next = nullptr;  // in the list of those that are open
+    Writer* previous = nullptr;
+    Writer* next = nullptr;
     std::array<char, kStreamBytes> buffer;
 };
 
-/// The writers whose streams are open.
-class OpenWriters {
-public:
-    void Add(Writer* writer) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        writer->next = m_first;
-        m_first = writer;
-    }
-
-    void Remove(const Writer* writer) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        Writer** link = &m_first;
-        while (*link && *link != writer) {
-            link = &(*link)->next;
-        }
-        if (*link) *link = writer->next;
-    }
-
-    void Abandon(const FILE* stream) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        for (Writer* writer = m_first; writer; writer = writer->next) {
-            if (writer->stream == stream) writer->abandoned = true;
-        }
-    }
-
-private:
-    std::mutex m_mutex;
-    Writer* m_first = nullptr;
-};
+using OpenWriters = kx::Registry<Writer>;
 
 OpenWriters& TheOpenWriters() {
     static auto* writers = new OpenWriters;  // a stream may be closed while static objects are destroyed
@@ -176,7 +149,9 @@ FILE* OpenToWrite(const char* path) {
 }  // namespace
 
 void KXAbandonStream(FILE* stream) {
-    TheOpenWriters().Abandon(stream);
+    TheOpenWriters().ForEach([stream](Writer* writer) {
+        if (writer->stream == stream) writer->abandoned = true;
+    });
 }
 
 FILE* KXOpenStream(const char* path, const char* mode) {
