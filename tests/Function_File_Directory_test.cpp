@@ -249,6 +249,23 @@ TEST_F(FilesAndDirectories, ADestinationThatCannotBeMadeIsReportedByTheScriptsNa
     EXPECT_EQ(TakeError(), "");
 }
 
+TEST_F(FilesAndDirectories, WhatIsNoFileIsNeitherCopiedNorCopiedOnto) {
+    ASSERT_EQ(::mkfifo(Save("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(::mknod(Save("socket").c_str(), S_IFSOCK | 0600, 0), 0);
+    bool device = MakeDevice(Save("device"));
+
+    for (const char* name : {"fifo", "socket", "device"}) {
+        if (!device && name == std::string("device")) continue;
+        EXPECT_EQ(Call("file_exists", {name}).Real(), 0) << name;
+        EXPECT_EQ(Call("file_copy", {name, "copy"}).Real(), -1) << name;
+        EXPECT_EQ(Call("file_copy", {"saved", name}).Real(), -1) << name;
+        EXPECT_EQ(Call("file_delete", {name}).Real(), 0) << name;
+        EXPECT_EQ(Call("file_rename", {name, "renamed"}).Real(), kUnset) << name;
+        EXPECT_FALSE(fs::is_regular_file(Save(name))) << name;
+    }
+    EXPECT_FALSE(fs::exists(Save("copy")));
+}
+
 TEST_F(FilesAndDirectories, AShippedFileThatOnlyTheHostCanReadIsCopiedToo) {
     MemoryBundle bundle(Files{{"packed.txt", "packed"}, {"data/empty", ""}, {"data/big", std::string(100000, 'b')}});
     fs::create_directory(Save("folder"));

@@ -4,6 +4,7 @@
 #include "Files/Base/Limits.h"
 #include "Files/IO/LoadSave.h"
 #include "Files/Support/Support_File.h"
+#include "Platform/Platform_Hooks.h"
 #include "tests/support/Areas.h"
 #include "tests/support/Console.h"
 #include "tests/support/FaultySystemCalls.h"
@@ -287,7 +288,15 @@ TEST_P(Links, ThatLeadOutsideLeadNowhere) {
         if (!last) {
             EXPECT_EQ(LoadSave::WriteFile(name, "x", 1, nullptr), 0);
             EXPECT_EQ(LoadSave::RemoveSaveFile(name), 0);
+            EXPECT_EQ(LoadSave::RenameSaveFile(name, "stolen"), -1);
+            EXPECT_EQ(LoadSave::RenameSaveFile("folder/inside", name), -1);
         }
+        for (const char* mode : {"rb", "wb"}) {
+            EXPECT_EQ(KXOpenStream(Save(name).c_str(), mode), nullptr) << mode;
+        }
+        EXPECT_EQ(DirectoryExists(name), 0);
+        EXPECT_EQ(DestroyDir(name), 0);
+        EXPECT_EQ(FindNames(SaveArea(), (std::string(name) + "/*").c_str(), -1), std::vector<std::string>());
         EXPECT_EQ(ForceDirectories((std::string(name) + "/made").c_str()), 0);
     }
     EXPECT_EQ(NamesIn(top), before);
