@@ -122,6 +122,13 @@ void* MemoryManager::ReAlloc(void* p, unsigned int size, const char* file, int l
     return grown;
 }
 
+void* MemoryManager::Reserve(size_t size) {
+    int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+    void* room = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (room == MAP_FAILED) throw std::bad_alloc();
+    return room;
+}
+
 void MemoryManager::Free(const void* p) {
     if (!p) return;
     void* block = const_cast<void*>(p);

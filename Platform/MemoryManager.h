@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 /// The host's allocator: malloc with live statistics and no header of its own, so that a block of 1,024 bytes stays in
 /// malloc's fast path.
 ///
@@ -22,6 +24,11 @@ public:
     /// @param clear  fill what the block gains with zero bytes; only for a block that was allocated with `clear`.
     /// @throws std::bad_alloc when there is no memory; the block is then as it was.
     static void* ReAlloc(void* p, unsigned int size, const char* file, int line, bool clear);
+
+    /// Reserves address space for a table that is never to move. Pages read as zero and take memory once they are
+    /// written; the room is never given back.
+    /// @throws std::bad_alloc
+    static void* Reserve(size_t size);
 
     /// Null-safe.
     static void Free(const void* p);

@@ -20,6 +20,9 @@ constexpr int kMaxParameters = 100;
 /// Arguments of one call of a built-in.
 constexpr int kMaxCallArguments = 16;
 
+/// Maps, lists or grids at a time, for each of the three: the room that their tables reserve.
+constexpr int kMaxContainers = sizeof(void*) > 4 ? 1 << 24 : 1 << 20;
+
 /// Containers inside one another that one walk over a value follows before it gives up.
 constexpr int kMaxNesting = 4096;
 

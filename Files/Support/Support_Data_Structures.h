@@ -1,0 +1,210 @@
+#pragma once
+
+#include "Files/Base/RValue.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+/// Maps, lists and grids of script values, which scripts know by their index in a table.
+///
+/// A container lives in its table from the moment that it is stored there until it is freed by its index; a value that
+/// refers to one is a real with a mark (KIND_DS_MAP, KIND_DS_LIST) and owns nothing. Freeing a container releases what
+/// its values own and leaves the containers that they refer to alone, unless the whole tree is freed.
+///
+///     DS_AutoMutex lock;
+///     int index = FindFreeDsMapIndex();          // 1 or above: index 0 is never handed out
+///     themaps.arr[index] = new CDS_Map;          // the caller stores it there before it asks for the next one
+///     themaps.arr[index]->Set(&key, &value);     // copies; the caller still owns its own
+///     FreeDsMap(index);
+///
+/// @thread any, under DS_AutoMutex: tables and containers have no lock of their own.
+
+// --- maps ----------------------------------------------------------------------------------------------------------
+
+struct MapStore {
+    RValue key;
+    RValue value;
+};
+
+template <class T>
+struct HashNode {
+    HashNode* m_pPrev;  ///< the chain inside a bucket
+    HashNode* m_pNext;
+    unsigned int m_ID;  ///< the key's hash
+    T* m_pObj;
+};
+
+template <class Node>
+struct HashLink {
+    Node* m_pFirst;
+    Node* m_pLast;
+};
+
+template <class T>
+struct Hash {
+    HashLink<HashNode<T>>* m_pHashingTable;  ///< m_HashingMask + 1 buckets
+    int m_HashingMask;                       ///< the highest bucket's number, a power of two less one
+    int m_Count;
+};
+
+/// A map. Keys are equal when they are the same text, the same number whatever its kind, or the same value of another
+/// kind; NaN is equal to itself. The walk goes through the buckets from the first and in each through the chain; its
+/// order depends on the keys and on the order of their coming alone, and is the same on every target.
+class CDS_Map {
+public:
+    CDS_Map();
+    CDS_Map(const CDS_Map&) = delete;
+    CDS_Map& operator=(const CDS_Map&) = delete;
+    ~CDS_Map();
+
+    /// Adds a copy of an entry. An entry of that key stays as it is.
+    /// @return false where the key was there.
+    /// @throws std::bad_alloc; the map is then as it was.
+    bool Add(const RValue* key, const RValue* value);
+
+    /// Adds a copy of an entry, or replaces the value of that key.
+    /// @throws std::bad_alloc; the map is then as it was.
+    void Set(const RValue* key, const RValue* value);
+
+    /// @return the value, which belongs to the map; null where the key is not there.
+    const RValue* Find(const RValue* key) const;
+
+    /// @return false where the key was not there.
+    bool Delete(const RValue* key);
+
+    void Clear();
+    int Count() const { return m_pHashTable->m_Count; }
+
+    /// The walk. What follows a key can be asked for as long as that key is in the map.
+    /// @return null at the end, and for a key that is not there.
+    const MapStore* FindFirst() const;
+    const MapStore* FindNext(const RValue* key) const;
+
+    Hash<MapStore>* m_pHashTable;
+    uint32_t m_visited;  ///< visit stamp; see g_comparisonSTRUCT_RValue
+    void* pGCProxy;      ///< the host's; null in this one
+
+private:
+    HashNode<MapStore>* NodeOf(const RValue* key, unsigned int id) const;
+    HashNode<MapStore>* FirstFrom(int bucket) const;
+    void Insert(const RValue* key, const RValue* value, unsigned int id);
+    void Grow();
+};
+
+// --- lists and grids -----------------------------------------------------------------------------------------------
+
+/// A list. Elements are numbered from 0.
+class CDS_List {
+public:
+    CDS_List() = default;
+    CDS_List(const CDS_List&) = delete;
+    CDS_List& operator=(const CDS_List&) = delete;
+    ~CDS_List();
+
+    /// Adds a copy at the end.
+    /// @throws std::bad_alloc; the list is then as it was. So do the two below.
+    void Add(const RValue* value) { Insert(m_count, value); }
+
+    /// Puts a copy before the element of an index, which may be the count; the rest moves down.
+    /// @return false, nothing changed, for an index beyond that.
+    bool Insert(int index, const RValue* value);
+
+    /// Replaces an element by a copy.
+    /// @return false, nothing changed, for an index that is not there.
+    bool Set(int index, const RValue* value);
+
+    /// @return the element, which belongs to the list; null where it is not there.
+    const RValue* Get(int index) const { return index >= 0 && index < m_count ? &m_elements[index] : nullptr; }
+
+    /// Takes an element out; the rest moves up.
+    /// @return false where it is not there.
+    bool Delete(int index);
+
+    void Clear();
+
+    int m_count = 0;
+    RValue* m_elements = nullptr;  ///< m_count of them, host memory
+    unsigned int m_visited = 0;    ///< visit stamp; see g_comparisonARRAY_RValue
+
+private:
+    int m_allocated = 0;
+};
+
+/// A grid of values, row by row.
+class CDS_Grid {
+public:
+    /// @param width   columns, 0 or more.
+    /// @param height  rows, 0 or more. All cells are the real 0 at first.
+    /// @throws std::bad_alloc, also where the size makes no sense.
+    CDS_Grid(int width, int height);
+    CDS_Grid(const CDS_Grid&) = delete;
+    CDS_Grid& operator=(const CDS_Grid&) = delete;
+    ~CDS_Grid();
+
+    /// @return the cell, which belongs to the grid; null where it is not there. Whoever writes one releases what it
+    /// held.
+    RValue* At(int column, int row) const;
+
+    int m_width;
+    int m_height;
+    RValue* m_cells;  ///< m_width * m_height of them, host memory
+};
+
+// --- the tables ----------------------------------------------------------------------------------------------------
+
+/// One table of containers. `arr` never moves: its room is reserved as address space when the first index is asked for.
+template <class Container>
+struct DS_Table {
+    int length = 0;  ///< indices that have been handed out so far, 0 included; those freed are null
+    Container** arr = nullptr;
+
+    std::vector<int> m_free;  ///< indices to be handed out again
+};
+
+extern DS_Table<CDS_Map> themaps;
+extern DS_Table<CDS_List> thelists;
+extern DS_Table<CDS_Grid> thegrids;
+
+/// Map indices that are in use: always themaps.length.
+extern int mapnumb;
+
+/// @return an index whose slot is empty, 1 or above. The same one again until something is stored there.
+/// @throws std::bad_alloc beyond kx::kMaxContainers.
+int FindFreeDsMapIndex();
+int FindFreeDsListIndex();
+int FindFreeDsGridIndex();
+
+/// Frees a container. Nothing happens for an index that has none.
+void FreeDsMap(int index);
+void FreeDsList(int index);
+void FreeDsGrid(int index);
+
+/// Frees the map or list that a value refers to, with every map and list that it leads to through maps and lists, in a
+/// circle too.
+/// @throws std::bad_alloc; what has not been freed then is whole.
+void FreeDsTree(const RValue* reference);
+
+/// @return the map or list that a value refers to; null where it refers to none, or to one that is freed.
+CDS_Map* DsMapOf(const RValue* reference);
+CDS_List* DsListOf(const RValue* reference);
+
+/// Makes a map of entries, each a key (`const char*`), a number (`double`) and a text (`const char*`): the entry is the
+/// text where that is not null, else the number.
+/// @param count  entries, three arguments each.
+/// @return the map's index.
+/// @throws std::bad_alloc
+/// @thread any; takes the lock itself.
+int CreateDsMap(int count, ...);
+
+/// The lock over tables and containers, held as long as this lives. Recursive.
+///
+/// It is taken once more for each value inside a value, so that it is also what stops a walk that never ends.
+/// @throws KXRecursionLimit where one thread holds it kx::kMaxNesting times.
+class DS_AutoMutex {
+public:
+    DS_AutoMutex();
+    DS_AutoMutex(const DS_AutoMutex&) = delete;
+    DS_AutoMutex& operator=(const DS_AutoMutex&) = delete;
+    ~DS_AutoMutex();
+};

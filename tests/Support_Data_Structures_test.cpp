@@ -1,0 +1,530 @@
+// Maps, lists and grids, and their tables.
+#include "Files/Support/Support_Data_Structures.h"
+
+#include "Files/Base/Limits.h"
+#include "Files/Base/RefDynamicArray.h"
+#include "Platform/MemoryManager.h"
+#include "tests/support/BuiltIn.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kx::test {
+namespace {
+
+RValue Int32(int32_t number) {
+    RValue value{};
+    value.i32 = number;
+    value.kind = VALUE_INT32;
+    return value;
+}
+
+RValue Int64(int64_t number) {
+    RValue value{};
+    value.i64 = number;
+    value.kind = VALUE_INT64;
+    return value;
+}
+
+RValue Bool(bool truth) {
+    return {{truth ? 1.0 : 0.0}, 0, VALUE_BOOL};
+}
+
+RValue MapReference(int index) {
+    return {{static_cast<double>(index)}, 0, KIND_DS_MAP};
+}
+
+RValue ListReference(int index) {
+    return {{static_cast<double>(index)}, 0, KIND_DS_LIST};
+}
+
+int NewMap() {
+    int index = FindFreeDsMapIndex();
+    themaps.arr[index] = new CDS_Map;
+    return index;
+}
+
+int NewList() {
+    int index = FindFreeDsListIndex();
+    thelists.arr[index] = new CDS_List;
+    return index;
+}
+
+void Set(CDS_Map& map, Value key, Value value) {
+    map.Set(&key.Get(), &value.Get());
+}
+
+const RValue* Find(const CDS_Map& map, Value key) {
+    return map.Find(&key.Get());
+}
+
+/// The numbers under the keys in the order of the walk.
+std::vector<double> Walk(const CDS_Map& map) {
+    std::vector<double> numbers;
+    for (const MapStore* entry = map.FindFirst(); entry; entry = map.FindNext(&entry->key)) {
+        numbers.push_back(entry->value.real);
+    }
+    return numbers;
+}
+
+/// Nothing that a test makes outlives it.
+class DataStructures : public ::testing::Test {
+protected:
+    void SetUp() override { m_blocks = MemoryManager::Stats().blocks; }
+    void TearDown() override { EXPECT_EQ(MemoryManager::Stats().blocks, m_blocks); }
+
+private:
+    long long m_blocks = 0;
+};
+
+// --- maps ------------------------------------------------------------------------------------------------------------
+
+TEST_F(DataStructures, AMapGivesWhatWasSet) {
+    CDS_Map map;
+
+    Set(map, "name", "Ada");
+    Set(map, "score", 1200);
+    Set(map, "score", 1300);
+
+    EXPECT_EQ(map.Count(), 2);
+    EXPECT_STREQ(Find(map, "name")->str->m_thing, "Ada");
+    EXPECT_EQ(Find(map, "score")->real, 1300);
+    EXPECT_EQ(Find(map, "missing"), nullptr);
+}
+
+TEST_F(DataStructures, AddingLeavesAnEntryThatIsThere) {
+    CDS_Map map;
+    Value key("key");
+    Value first(1);
+    Value second(2);
+
+    EXPECT_TRUE(map.Add(&key.Get(), &first.Get()));
+    EXPECT_FALSE(map.Add(&key.Get(), &second.Get()));
+
+    EXPECT_EQ(Find(map, "key")->real, 1);
+    EXPECT_EQ(map.Count(), 1);
+}
+
+TEST_F(DataStructures, AMapHoldsReferencesAndNoCopiesOfTexts) {
+    Value text("a text");
+    {
+        CDS_Map map;
+        Set(map, "key", text);
+        EXPECT_EQ(Find(map, "key")->str, text.Get().str);
+        EXPECT_EQ(text.Get().str->m_refCount, 2);
+    }
+    EXPECT_EQ(text.Get().str->m_refCount, 1);
+}
+
+TEST_F(DataStructures, KeysAreEqualByTextByNumberAndByIdentity) {
+    Value array;
+    array.Get().arr = ARRAY_RefAlloc();
+    array.Get().kind = VALUE_ARRAY;
+    Value otherArray;
+    otherArray.Get().arr = ARRAY_RefAlloc();
+    otherArray.Get().kind = VALUE_ARRAY;
+    RValue noText{};
+    noText.kind = VALUE_STRING;
+    struct Case {
+        Value a;
+        Value b;
+        bool same;
+    };
+    const Case cases[] = {
+        {"a", "a", true},
+        {"a", "b", false},
+        {"", Value(noText), true},
+        {"1", 1, false},
+        {1, Int32(1), true},
+        {1, Int64(1), true},
+        {Int32(-5), Int64(-5), true},
+        {1, 1.5, false},
+        {0.0, -0.0, true},
+        {Value(NAN), Value(-NAN), true},
+        {Value(INFINITY), Value(-INFINITY), false},
+        {1e300, 1e300, true},
+        {9007199254740992.0, Int64(9007199254740992), true},
+        {9007199254740992.0, Int64(9007199254740993), false},
+        {9223372036854775808.0, Int64(INT64_MAX), false},
+        {-9223372036854775808.0, Int64(INT64_MIN), true},
+        {Bool(true), Bool(true), true},
+        {Bool(true), Bool(false), false},
+        {Bool(true), 1, false},
+        {Value(), Value(), true},
+        {Value(), 0, false},
+        {MapReference(1), MapReference(1), true},
+        {MapReference(1), ListReference(1), false},
+        {MapReference(1), 1, false},
+        {array, array, true},
+        {array, otherArray, false},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        CDS_Map map;
+        Set(map, cases[i].a, 1);
+
+        EXPECT_EQ(Find(map, cases[i].b) != nullptr, cases[i].same) << i;
+    }
+}
+
+TEST_F(DataStructures, ADeletedEntryIsGoneAndReleased) {
+    CDS_Map map;
+    Value text("text");
+    Set(map, "a", text);
+    Set(map, "b", 2);
+    Value a("a");
+
+    EXPECT_TRUE(map.Delete(&a.Get()));
+    EXPECT_FALSE(map.Delete(&a.Get()));
+
+    EXPECT_EQ(text.Get().str->m_refCount, 1);
+    EXPECT_EQ(map.Count(), 1);
+    map.Clear();
+    EXPECT_EQ(map.Count(), 0);
+    EXPECT_EQ(map.FindFirst(), nullptr);
+    Set(map, "a", 1);
+    EXPECT_EQ(Find(map, "a")->real, 1);
+}
+
+TEST_F(DataStructures, TheWalkGoesThroughTheBucketsAndTheirChains) {
+    CDS_Map map;
+    for (int i = 0; i < 100; ++i) {
+        Set(map, "key" + std::to_string(i), i);
+    }
+
+    std::vector<double> expected;
+    for (int i = 0; i <= map.m_pHashTable->m_HashingMask; ++i) {
+        const HashNode<MapStore>* before = nullptr;
+        for (auto* node = map.m_pHashTable->m_pHashingTable[i].m_pFirst; node; node = node->m_pNext) {
+            EXPECT_EQ(node->m_pPrev, before);
+            EXPECT_EQ(node->m_ID & static_cast<unsigned int>(map.m_pHashTable->m_HashingMask),
+                      static_cast<unsigned int>(i));
+            expected.push_back(node->m_pObj->value.real);
+            before = node;
+        }
+        EXPECT_EQ(map.m_pHashTable->m_pHashingTable[i].m_pLast, before);
+    }
+    EXPECT_EQ(expected.size(), 100u);
+    EXPECT_EQ(Walk(map), expected);
+}
+
+TEST_F(DataStructures, TheWalkIsTheSameOnEveryTarget) {
+    CDS_Map map;
+    const char* const keys[] = {"id", "name", "level", "x", "y", "inventory", "quests", "\xC3\xA4", "", "hp"};
+    double number = 0;
+    for (const char* key : keys) {
+        Set(map, key, number++);
+    }
+    Set(map, 7, number++);
+    Set(map, Int64(-1), number++);
+    Set(map, 0.5, number++);
+    Set(map, Bool(true), number++);
+
+    EXPECT_EQ(Walk(map), (std::vector<double>{3, 6, 8, 12, 10, 9, 0, 1, 7, 13, 2, 5, 4, 11}));
+}
+
+TEST_F(DataStructures, WhatFollowsAKeyThatIsNotThereIsNothing) {
+    CDS_Map map;
+    Value missing("missing");
+    EXPECT_EQ(map.FindFirst(), nullptr);
+    EXPECT_EQ(map.FindNext(&missing.Get()), nullptr);
+    Set(map, "a", 1);
+    Value last("a");
+    EXPECT_EQ(map.FindNext(&last.Get()), nullptr);
+}
+
+TEST_F(DataStructures, AMapBehavesLikeAModelWhateverIsDone) {
+    std::mt19937 random(1);
+    CDS_Map map;
+    std::map<std::string, double> model;
+    for (int step = 0; step < 20000; ++step) {
+        std::string key = "k" + std::to_string(random() % 500);
+        Value name(key);
+        if (random() % 3 == 0) {
+            EXPECT_EQ(map.Delete(&name.Get()), model.erase(key) == 1);
+        } else {
+            Set(map, name, step);
+            model[key] = step;
+        }
+    }
+    EXPECT_EQ(static_cast<size_t>(map.Count()), model.size());
+    EXPECT_EQ(Walk(map).size(), model.size());
+    for (const auto& each : model) {
+        ASSERT_NE(Find(map, each.first), nullptr);
+        EXPECT_EQ(Find(map, each.first)->real, each.second);
+    }
+}
+
+// --- lists and grids -------------------------------------------------------------------------------------------------
+
+TEST_F(DataStructures, AListKeepsItsOrder) {
+    CDS_List list;
+    auto texts = [&] {
+        std::string all;
+        for (int i = 0; i < list.m_count; ++i) {
+            all += list.Get(i)->str->m_thing;
+        }
+        return all;
+    };
+    for (const char* text : {"a", "b", "c", "d", "e", "f"}) {
+        Value value(text);
+        list.Add(&value.Get());
+    }
+    Value x("x");
+
+    EXPECT_TRUE(list.Insert(0, &x.Get()));
+    EXPECT_TRUE(list.Insert(7, &x.Get()));
+    EXPECT_FALSE(list.Insert(9, &x.Get()));
+    EXPECT_FALSE(list.Insert(-1, &x.Get()));
+    EXPECT_EQ(texts(), "xabcdefx");
+    EXPECT_TRUE(list.Set(1, &x.Get()));
+    EXPECT_FALSE(list.Set(8, &x.Get()));
+    EXPECT_TRUE(list.Delete(2));
+    EXPECT_FALSE(list.Delete(7));
+    EXPECT_EQ(texts(), "xxcdefx");
+    EXPECT_EQ(list.Get(7), nullptr);
+    EXPECT_EQ(list.Get(-1), nullptr);
+    EXPECT_EQ(x.Get().str->m_refCount, 4);
+    list.Clear();
+    EXPECT_EQ(x.Get().str->m_refCount, 1);
+}
+
+TEST_F(DataStructures, AListMayTakeAnElementOfItsOwn) {
+    CDS_List list;
+    Value text("text");
+    list.Add(&text.Get());
+    for (int i = 0; i < 100; ++i) {
+        list.Insert(0, list.Get(list.m_count - 1));
+        list.Set(0, list.Get(0));
+    }
+    EXPECT_EQ(list.m_count, 101);
+    EXPECT_EQ(text.Get().str->m_refCount, 102);
+}
+
+TEST_F(DataStructures, AGridIsStoredRowByRow) {
+    CDS_Grid grid(3, 2);
+    grid.At(2, 1)->real = 7;
+
+    EXPECT_EQ(grid.m_cells[5].real, 7);
+    EXPECT_EQ(grid.At(0, 0)->real, 0);
+    for (auto [column, row] : {std::pair(3, 0), {0, 2}, {-1, 0}, {0, -1}}) {
+        EXPECT_EQ(grid.At(column, row), nullptr);
+    }
+    KXCreateString(grid.At(0, 0), "released with the grid");
+    EXPECT_EQ(CDS_Grid(0, 5).At(0, 0), nullptr);
+    EXPECT_THROW(CDS_Grid(-1, 1), std::bad_alloc);
+    EXPECT_THROW(CDS_Grid(1 << 20, 1 << 20), std::bad_alloc);
+}
+
+// --- tables ----------------------------------------------------------------------------------------------------------
+
+TEST_F(DataStructures, IndexZeroIsNeverHandedOutAndFreedOnesAreUsedAgain) {
+    int first = NewMap();
+    int second = NewMap();
+    EXPECT_GE(first, 1);
+    EXPECT_NE(first, second);
+
+    FreeDsMap(first);
+    EXPECT_EQ(themaps.arr[first], nullptr);
+    EXPECT_EQ(FindFreeDsMapIndex(), first);
+    EXPECT_EQ(FindFreeDsMapIndex(), first);  // nothing was stored there
+    EXPECT_EQ(NewMap(), first);
+
+    EXPECT_EQ(mapnumb, themaps.length);
+    EXPECT_GT(mapnumb, second);
+    FreeDsMap(first);
+    FreeDsMap(second);
+    FreeDsMap(second);
+    FreeDsMap(0);
+    FreeDsMap(-1);
+    FreeDsMap(mapnumb);
+}
+
+TEST_F(DataStructures, AnIndexThatNothingWasStoredAtIsHandedOutAgain) {
+    int index = FindFreeDsListIndex();
+
+    EXPECT_EQ(FindFreeDsListIndex(), index);
+    EXPECT_EQ(NewList(), index);
+    EXPECT_NE(FindFreeDsListIndex(), index);
+
+    FreeDsList(index);
+}
+
+TEST_F(DataStructures, TablesNeverMoveHoweverMuchTheyHold) {
+    CDS_Map** before = nullptr;
+    std::vector<int> indices;
+    for (int i = 0; i < 5000; ++i) {
+        indices.push_back(NewMap());
+        if (i == 0) before = themaps.arr;
+    }
+    EXPECT_EQ(themaps.arr, before);
+    for (int index : indices) {
+        FreeDsMap(index);
+    }
+    int length = themaps.length;
+    for (int& index : indices) {
+        index = NewMap();
+    }
+    EXPECT_EQ(themaps.length, length);
+    for (int index : indices) {
+        FreeDsMap(index);
+    }
+}
+
+TEST_F(DataStructures, AReferenceLeadsToItsContainerOrToNothing) {
+    int map = NewMap();
+    int list = NewList();
+    RValue half = MapReference(map);
+    half.real += 0.5;
+
+    struct Case {
+        RValue reference;
+        bool toMap;
+        bool toList;
+    };
+    for (const Case& each : {Case{MapReference(map), true, false},
+                             {ListReference(list), false, true},
+                             {half, true, false},
+                             {MapReference(0), false, false},
+                             {MapReference(-1), false, false},
+                             {ListReference(thelists.length), false, false},
+                             {{{NAN}, 0, KIND_DS_MAP}, false, false},
+                             {{{-INFINITY}, 0, KIND_DS_LIST}, false, false},
+                             {{{1e300}, 0, KIND_DS_LIST}, false, false},
+                             {{{static_cast<double>(map)}, 0, VALUE_REAL}, false, false}}) {
+        EXPECT_EQ(DsMapOf(&each.reference) != nullptr, each.toMap) << each.reference.real;
+        EXPECT_EQ(DsListOf(&each.reference) != nullptr, each.toList) << each.reference.real;
+    }
+    FreeDsMap(map);
+    FreeDsList(list);
+    RValue freed = MapReference(map);
+    EXPECT_EQ(DsMapOf(&freed), nullptr);
+}
+
+TEST_F(DataStructures, FreeingAContainerLeavesThoseThatItRefersTo) {
+    int outer = NewMap();
+    int inner = NewList();
+    Set(*themaps.arr[outer], "list", ListReference(inner));
+
+    FreeDsMap(outer);
+
+    EXPECT_NE(thelists.arr[inner], nullptr);
+    FreeDsList(inner);
+}
+
+TEST_F(DataStructures, AWholeTreeIsFreedInACircleToo) {
+    int a = NewMap();
+    int b = NewMap();
+    int list = NewList();
+    int other = NewMap();
+    Set(*themaps.arr[a], "b", MapReference(b));
+    Set(*themaps.arr[b], "list", ListReference(list));
+    Set(*themaps.arr[b], "text", "released");
+    RValue back = MapReference(a);
+    thelists.arr[list]->Add(&back);
+    thelists.arr[list]->Add(&back);
+    RValue self = ListReference(list);
+    thelists.arr[list]->Add(&self);
+    RValue root = MapReference(a);
+
+    FreeDsTree(&root);
+    FreeDsTree(&root);
+
+    EXPECT_EQ(themaps.arr[a], nullptr);
+    EXPECT_EQ(themaps.arr[b], nullptr);
+    EXPECT_EQ(thelists.arr[list], nullptr);
+    EXPECT_NE(themaps.arr[other], nullptr);
+    FreeDsMap(other);
+}
+
+TEST_F(DataStructures, ADeepTreeIsFreedWithoutDeepCalls) {
+    int first = NewList();
+    int last = first;
+    for (int i = 0; i < 100000; ++i) {
+        int next = NewList();
+        RValue reference = ListReference(next);
+        thelists.arr[last]->Add(&reference);
+        last = next;
+    }
+    RValue root = ListReference(first);
+
+    FreeDsTree(&root);
+
+    EXPECT_EQ(thelists.arr[last], nullptr);
+}
+
+TEST_F(DataStructures, AMapIsMadeOfEntries) {
+    int index = CreateDsMap(3, "id", 5.0, static_cast<const char*>(nullptr), "url", 0.0, "http://x", "empty", 1.0, "");
+
+    const CDS_Map& map = *themaps.arr[index];
+    EXPECT_EQ(map.Count(), 3);
+    EXPECT_EQ(Find(map, "id")->real, 5);
+    EXPECT_EQ(Find(map, "id")->kind, VALUE_REAL);
+    EXPECT_STREQ(Find(map, "url")->str->m_thing, "http://x");
+    EXPECT_STREQ(Find(map, "empty")->str->m_thing, "");
+    FreeDsMap(index);
+    index = CreateDsMap(0);
+    EXPECT_EQ(themaps.arr[index]->Count(), 0);
+    FreeDsMap(index);
+}
+
+// --- the lock --------------------------------------------------------------------------------------------------------
+
+TEST_F(DataStructures, TheLockMayBeTakenAgainByItsHolder) {
+    DS_AutoMutex outer;
+    DS_AutoMutex inner;
+
+    FreeDsMap(NewMap());
+}
+
+TEST_F(DataStructures, TheLockKeepsOtherThreadsOut) {
+    long count = 0;
+    auto work = [&] {
+        for (int i = 0; i < 100000; ++i) {
+            DS_AutoMutex lock;
+            ++count;
+        }
+    };
+    std::thread first(work);
+    std::thread second(work);
+    first.join();
+    second.join();
+
+    EXPECT_EQ(count, 200000);
+}
+
+TEST_F(DataStructures, MapsAreMadeOnManyThreads) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int k = 0; k < 500; ++k) {
+                FreeDsMap(CreateDsMap(1, "key", 1.0, "text"));
+            }
+        });
+    }
+    for (std::thread& each : threads) {
+        each.join();
+    }
+}
+
+/// Takes the lock once more and once more.
+void Hold(int times) {
+    if (times == 0) return;
+    DS_AutoMutex lock;
+    Hold(times - 1);
+}
+
+TEST_F(DataStructures, AWalkThatNeverEndsIsStoppedWithEveryHoldGivenBack) {
+    EXPECT_THROW(Hold(kMaxNesting + 1), KXRecursionLimit);
+    EXPECT_NO_THROW(Hold(kMaxNesting));
+
+    std::thread([] { DS_AutoMutex lock; }).join();  // would wait for ever for a hold that was kept
+}
+
+}  // namespace
+}  // namespace kx::test
