@@ -1,6 +1,7 @@
 // Script values: sharing, printed form, and the lock over their reference counts.
 #include "Files/Base/RValue.h"
 
+#include "Files/Base/KXObjectBase.h"
 #include "Files/Base/Limits.h"
 #include "Files/Base/Number.h"
 #include "Files/Base/RefDynamicArray.h"
@@ -62,6 +63,21 @@ private:
 
 void PrintValue(TextBuffer* text, const RValue* v, int depth);
 
+/// Takes part in a container's visit rule for as long as it lives.
+class Visit {
+public:
+    /// @param threshold  of the container's family.
+    Visit(unsigned int* stamp, unsigned int* threshold) : m_threshold(threshold) {
+        *threshold = *stamp = ++g_countSTRING_RValue;
+    }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+    ~Visit() { *m_threshold = ++g_countSTRING_RValue; }
+
+private:
+    unsigned int* m_threshold;
+};
+
 void PrintArray(TextBuffer* text, RefDynamicArrayOfRValue* array, int depth) {
     if (!array || array->m_visited >= g_comparisonARRAY_RValue) {
         text->Append("null");
@@ -69,14 +85,31 @@ void PrintArray(TextBuffer* text, RefDynamicArrayOfRValue* array, int depth) {
     }
     if (depth >= kx::kMaxNesting) throw KXRecursionLimit{};
 
-    g_comparisonARRAY_RValue = array->m_visited = ++g_countSTRING_RValue;
+    Visit visit(&array->m_visited, &g_comparisonARRAY_RValue);
     text->Append("[ ");
     for (int i = 0; i < array->m_length; ++i) {
         if (i > 0) text->Append(",");
         PrintValue(text, &array->m_elements[i], depth + 1);
     }
     text->Append(" ]");
-    g_comparisonARRAY_RValue = ++g_countSTRING_RValue;
+}
+
+void PrintStruct(TextBuffer* text, KXObjectBase* object, int depth) {
+    if (!object || object->m_visited >= g_comparisonSTRUCT_RValue) {
+        text->Append("null");
+        return;
+    }
+    if (depth >= kx::kMaxNesting) throw KXRecursionLimit{};
+
+    Visit visit(&object->m_visited, &g_comparisonSTRUCT_RValue);
+    text->Append("{ ");
+    for (int i = 0; i < object->Count(); ++i) {
+        if (i > 0) text->Append(", ");
+        text->Append(object->NameAt(i));
+        text->Append(" : ");
+        PrintValue(text, object->ValueAt(i), depth + 1);
+    }
+    text->Append(" }");
 }
 
 void PrintPointer(TextBuffer* text, const void* pointer) {
@@ -96,6 +129,7 @@ void PrintValue(TextBuffer* text, const RValue* v, int depth) {
     case VALUE_NULL: text->Append("null"); return;
     case VALUE_PTR: PrintPointer(text, v->ptr); return;
     case VALUE_ARRAY: PrintArray(text, v->arr, depth); return;
+    case VALUE_OBJECT: PrintStruct(text, v->obj, depth); return;
     case VALUE_STRING:
         if (v->str && v->str->m_thing) text->Append(v->str->m_thing);
         return;

@@ -1,6 +1,7 @@
 // Script arrays: elements, growth and reference counts.
 #include "Files/Base/RefDynamicArray.h"
 
+#include "Files/Base/Collector.h"
 #include "Platform/MemoryManager.h"
 
 #include <climits>
@@ -21,10 +22,21 @@ void Reserve(RefDynamicArrayOfRValue* array, int length) {
     array->m_allocated = static_cast<int>(grown);
 }
 
+void Release(RefDynamicArrayOfRValue* array) {
+    for (int i = 0; i < array->m_length; ++i) {
+        FREE_RValue__Pre(&array->m_elements[i]);
+    }
+    MemoryManager::Free(array->m_elements);
+    delete array;
+}
+
 }  // namespace
 
 RefDynamicArrayOfRValue* ARRAY_RefAlloc() {
-    return new RefDynamicArrayOfRValue{nullptr, 0, 0, 1, 0};
+    auto* array = new RefDynamicArrayOfRValue{};
+    array->m_refCount = 1;
+    Collector::Adopt(array);
+    return array;
 }
 
 void SET_RValue(RValue* array, RValue* value, KXObjectBase* /*owner*/, int index) {
@@ -46,12 +58,21 @@ void Array_DecRef(RefDynamicArrayOfRValue* array) {
     bool last = --array->m_refCount == 0;
     UNLOCK_RVALUE_MUTEX();
     if (!last) return;
+    Collector::Forget(array);
 
-    for (int i = 0; i < array->m_length; ++i) {
-        FREE_RValue__Pre(&array->m_elements[i]);
+    // What an element's release brings to its end waits for its turn, so that deep arrays do not make deep calls.
+    thread_local RefDynamicArrayOfRValue* waiting = nullptr;
+    thread_local bool releasing = false;
+    array->m_next = waiting;
+    waiting = array;
+    if (releasing) return;
+    releasing = true;
+    while (waiting) {
+        RefDynamicArrayOfRValue* next = waiting;
+        waiting = next->m_next;
+        Release(next);
     }
-    MemoryManager::Free(array->m_elements);
-    delete array;
+    releasing = false;
 }
 
 void Array_SetOwner(RefDynamicArrayOfRValue* /*array*/) {}

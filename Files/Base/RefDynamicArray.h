@@ -5,13 +5,19 @@
 /// A script array: the record that VALUE_ARRAY values share.
 ///
 /// The elements are host memory and belong to the array. An array lives as long as values hold it: COPY_RValue adds a
-/// reference, FREE_RValue__Pre takes one away.
+/// reference, FREE_RValue__Pre takes one away. One that holds itself in a circle is the Collector's to free.
 struct RefDynamicArrayOfRValue {
     RValue* m_elements;
     int m_length;
     unsigned int m_visited;  ///< visit stamp; see g_comparisonARRAY_RValue
     int m_refCount;
     int m_allocated;  ///< elements that fit before the array has to grow
+
+    // The Collector's.
+    bool m_reached;
+    int m_outside;  ///< references that no struct, array or container holds
+    RefDynamicArrayOfRValue* m_previous;
+    RefDynamicArrayOfRValue* m_next;
 };
 
 /// @return a new, empty array with one reference, which the caller owns.
@@ -26,7 +32,8 @@ RefDynamicArrayOfRValue* ARRAY_RefAlloc();
 /// @thread script thread
 void SET_RValue(RValue* array, RValue* value, KXObjectBase* owner, int index);
 
-/// Takes one reference away; the last one releases the elements and the array. Null-safe.
+/// Takes one reference away; the last one releases the elements and the array, however deep arrays are inside one
+/// another. Null-safe.
 /// @thread any
 void Array_DecRef(RefDynamicArrayOfRValue* array);
 

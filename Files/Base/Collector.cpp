@@ -1,0 +1,266 @@
+// Which structs and arrays can still be reached, and the end of the others.
+#include "Files/Base/Collector.h"
+
+#include "Files/Base/KXObjectBase.h"
+#include "Files/Base/RefDynamicArray.h"
+#include "Files/Support/Support_Data_Structures.h"
+
+#include <algorithm>
+#include <new>
+#include <unordered_set>
+#include <vector>
+
+namespace {
+
+/// Fewer than this are not worth a collection.
+constexpr long long kFewObjects = 20000;
+
+/// Two steps of the counter for each container that is written: far from the end of its 32 bits.
+constexpr unsigned int kRenumberFrom = 1u << 31;
+
+struct State {
+    std::unordered_set<const RValue*> roots;
+    KXObjectBase* firstStruct = nullptr;
+    RefDynamicArrayOfRValue* firstArray = nullptr;
+    long long structs = 0;
+    long long arrays = 0;
+    long long left = 0;  // by the last collection
+};
+
+State& TheState() {
+    static auto* state = new State;  // values are released while static objects are destroyed
+    return *state;
+}
+
+class ValueLock {
+public:
+    ValueLock() { LOCK_RVALUE_MUTEX(); }
+    ValueLock(const ValueLock&) = delete;
+    ValueLock& operator=(const ValueLock&) = delete;
+    ~ValueLock() { UNLOCK_RVALUE_MUTEX(); }
+};
+
+template <class Visit>
+void ForEachElement(const RefDynamicArrayOfRValue& array, Visit visit) {
+    for (int i = 0; i < array.m_length; ++i) {
+        visit(array.m_elements[i]);
+    }
+}
+
+/// Every value that a map, a list or a grid holds.
+template <class Visit>
+void ForEachContained(Visit visit) {
+    for (int i = 1; i < themaps.length; ++i) {
+        const CDS_Map* map = themaps.arr[i];
+        for (int bucket = 0; map && bucket <= map->m_pHashTable->m_HashingMask; ++bucket) {
+            for (auto* node = map->m_pHashTable->m_pHashingTable[bucket].m_pFirst; node; node = node->m_pNext) {
+                visit(node->m_pObj->key);
+                visit(node->m_pObj->value);
+            }
+        }
+    }
+    for (int i = 1; i < thelists.length; ++i) {
+        const CDS_List* list = thelists.arr[i];
+        for (int k = 0; list && k < list->m_count; ++k) {
+            visit(list->m_elements[k]);
+        }
+    }
+    for (int i = 1; i < thegrids.length; ++i) {
+        const CDS_Grid* grid = thegrids.arr[i];
+        for (long long k = 0; grid && k < static_cast<long long>(grid->m_width) * grid->m_height; ++k) {
+            visit(grid->m_cells[k]);
+        }
+    }
+}
+
+RefDynamicArrayOfRValue* ArrayIn(const RValue& value) {
+    return (value.kind & KIND_MASK) == VALUE_ARRAY ? value.arr : nullptr;
+}
+
+KXObjectBase* StructIn(const RValue& value) {
+    return (value.kind & KIND_MASK) == VALUE_OBJECT ? value.obj : nullptr;
+}
+
+}  // namespace
+
+/// One collection.
+class Collector::Walk {
+public:
+    void FindOutsideReferences() {
+        for (auto* array = TheState().firstArray; array; array = array->m_next) {
+            array->m_reached = false;
+            array->m_outside = array->m_refCount;
+        }
+        auto subtract = [](const RValue& value) {
+            if (RefDynamicArrayOfRValue* array = ArrayIn(value)) --array->m_outside;
+        };
+        for (auto* array = TheState().firstArray; array; array = array->m_next) {
+            ForEachElement(*array, subtract);
+        }
+        for (auto* object = TheState().firstStruct; object; object = object->m_next) {
+            object->m_reached = false;
+            for (const KXObjectBase::Member& member : object->m_members) {
+                subtract(member.value);
+            }
+        }
+        ForEachContained(subtract);
+    }
+
+    void Reach() {
+        ForEachContained([this](const RValue& value) { Add(value); });
+        for (const RValue* root : TheState().roots) {
+            Add(*root);
+        }
+        for (auto* array = TheState().firstArray; array; array = array->m_next) {
+            if (array->m_outside > 0) Add(array);
+        }
+        while (!m_arrays.empty() || !m_structs.empty()) {
+            if (!m_arrays.empty()) {
+                RefDynamicArrayOfRValue* array = m_arrays.back();
+                m_arrays.pop_back();
+                ForEachElement(*array, [this](const RValue& value) { Add(value); });
+            } else {
+                KXObjectBase* object = m_structs.back();
+                m_structs.pop_back();
+                for (const KXObjectBase::Member& member : object->m_members) {
+                    Add(member.value);
+                }
+            }
+        }
+    }
+
+    /// Takes note of what was not reached. The last step that needs memory.
+    void Sort() {
+        for (auto* array = TheState().firstArray; array; array = array->m_next) {
+            if (!array->m_reached) m_arrays.push_back(array);
+        }
+        for (auto* object = TheState().firstStruct; object; object = object->m_next) {
+            if (!object->m_reached) m_structs.push_back(object);
+        }
+    }
+
+    void FreeTheRest() {
+        for (RefDynamicArrayOfRValue* array : m_arrays) {
+            ++array->m_refCount;  // until the circles are cut
+        }
+        for (KXObjectBase* object : m_structs) {
+            object->ReleaseMembers();
+        }
+        for (RefDynamicArrayOfRValue* array : m_arrays) {
+            while (array->m_length > 0) {
+                FREE_RValue__Pre(&array->m_elements[--array->m_length]);
+            }
+        }
+        for (RefDynamicArrayOfRValue* array : m_arrays) {
+            Array_DecRef(array);
+        }
+        for (KXObjectBase* object : m_structs) {
+            Free(object);
+        }
+    }
+
+private:
+    void Add(const RValue& value) {
+        if (RefDynamicArrayOfRValue* array = ArrayIn(value)) Add(array);
+        KXObjectBase* object = StructIn(value);
+        if (!object || object->m_reached) return;
+        object->m_reached = true;
+        m_structs.push_back(object);
+    }
+
+    void Add(RefDynamicArrayOfRValue* array) {
+        if (array->m_reached) return;
+        array->m_reached = true;
+        m_arrays.push_back(array);
+    }
+
+    std::vector<RefDynamicArrayOfRValue*> m_arrays;
+    std::vector<KXObjectBase*> m_structs;
+};
+
+void Collector::AddRoot(const RValue* value) {
+    TheState().roots.insert(value);
+}
+
+void Collector::RemoveRoot(const RValue* value) {
+    TheState().roots.erase(value);
+}
+
+void Collector::Collect() {
+    DS_AutoMutex containers;
+    ValueLock values;
+    try {
+        Walk walk;
+        walk.FindOutsideReferences();
+        walk.Reach();
+        walk.Sort();
+        walk.FreeTheRest();
+    } catch (const std::bad_alloc&) {
+        // nothing has been freed
+    }
+    TheState().left = TheState().structs + TheState().arrays;
+}
+
+bool Collector::IsDue() {
+    const State& state = TheState();
+    return state.structs + state.arrays > std::max(2 * state.left, kFewObjects);
+}
+
+void Collector::SafePoint() {
+    if (IsDue()) Collect();
+    if (g_countSTRING_RValue < kRenumberFrom) return;
+    DS_AutoMutex containers;
+    for (auto* array = TheState().firstArray; array; array = array->m_next) {
+        array->m_visited = 0;
+    }
+    for (auto* object = TheState().firstStruct; object; object = object->m_next) {
+        object->m_visited = 0;
+    }
+    for (int i = 1; i < themaps.length; ++i) {
+        if (themaps.arr[i]) themaps.arr[i]->m_visited = 0;
+    }
+    for (int i = 1; i < thelists.length; ++i) {
+        if (thelists.arr[i]) thelists.arr[i]->m_visited = 0;
+    }
+    g_countSTRING_RValue = g_comparisonSTRUCT_RValue = g_comparisonARRAY_RValue = 1;
+}
+
+Collector::Statistics Collector::Stats() {
+    ValueLock lock;
+    return {TheState().structs, TheState().arrays};
+}
+
+void Collector::Adopt(KXObjectBase* object) {
+    ValueLock lock;
+    State& state = TheState();
+    object->m_next = state.firstStruct;
+    if (state.firstStruct) state.firstStruct->m_previous = object;
+    state.firstStruct = object;
+    ++state.structs;
+}
+
+void Collector::Adopt(RefDynamicArrayOfRValue* array) {
+    ValueLock lock;
+    State& state = TheState();
+    array->m_next = state.firstArray;
+    if (state.firstArray) state.firstArray->m_previous = array;
+    state.firstArray = array;
+    ++state.arrays;
+}
+
+void Collector::Forget(RefDynamicArrayOfRValue* array) {
+    ValueLock lock;
+    State& state = TheState();
+    (array->m_previous ? array->m_previous->m_next : state.firstArray) = array->m_next;
+    if (array->m_next) array->m_next->m_previous = array->m_previous;
+    --state.arrays;
+}
+
+void Collector::Free(KXObjectBase* object) {
+    ValueLock lock;
+    State& state = TheState();
+    (object->m_previous ? object->m_previous->m_next : state.firstStruct) = object->m_next;
+    if (object->m_next) object->m_next->m_previous = object->m_previous;
+    --state.structs;
+    delete object;
+}

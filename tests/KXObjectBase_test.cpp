@@ -1,0 +1,159 @@
+// Structs: members, their order, and their printed form.
+#include "Files/Base/KXObjectBase.h"
+
+#include "Files/Base/Collector.h"
+#include "Files/Base/Limits.h"
+#include "tests/RValue_fixture.h"
+
+#include <climits>
+#include <vector>
+
+namespace kx::test {
+namespace {
+
+KXObjectBase* NewStruct() {
+    return KXObjectBase::Alloc(0, VALUE_UNSET, 0, false);
+}
+
+RValue StructValue(KXObjectBase* object) {
+    RValue value{};
+    value.obj = object;
+    value.kind = VALUE_OBJECT;
+    return value;
+}
+
+/// Adds a member and releases the value.
+void Add(KXObjectBase* object, const std::string& name, RValue value) {
+    object->Add(name.c_str(), value, 0);
+    FREE_RValue__Pre(&value);
+}
+
+std::vector<std::string> Names(const KXObjectBase& object) {
+    std::vector<std::string> names;
+    for (int i = 0; i < object.Count(); ++i) {
+        names.emplace_back(object.NameAt(i));
+    }
+    return names;
+}
+
+class Structs : public ::testing::Test {
+protected:
+    void SetUp() override { m_blocks = MemoryManager::Stats().blocks; }
+    void TearDown() override {
+        Collector::Collect();
+        EXPECT_EQ(MemoryManager::Stats().blocks, m_blocks);
+    }
+
+private:
+    long long m_blocks = 0;
+};
+
+TEST_F(Structs, BeginEmptyAndOrdinary) {
+    KXObjectBase* object = NewStruct();
+    RValue result = StructValue(object);
+    JS_GenericObjectConstructor(result, nullptr, nullptr, 0, nullptr);
+
+    EXPECT_EQ(object->Count(), 0);
+    EXPECT_EQ(object->m_visited, 0u);
+    EXPECT_STREQ(object->m_className, "");
+    EXPECT_EQ(object->Get("x"), nullptr);
+}
+
+TEST_F(Structs, KeepTheirMembersInTheOrderOfTheirComing) {
+    KXObjectBase* object = NewStruct();
+    Add(object, "b", Real(1));
+    Add(object, "a", Text("text"));
+    Add(object, "", Real(3));
+    Add(object, "b", Real(4));  // keeps its place
+
+    EXPECT_EQ(Names(*object), (std::vector<std::string>{"b", "a", ""}));
+    EXPECT_EQ(object->Get("b")->real, 4);
+    EXPECT_STREQ(object->Get("a")->str->m_thing, "text");
+    EXPECT_EQ(object->ValueAt(2)->real, 3);
+    EXPECT_EQ(object->Get(nullptr)->real, 3);  // no name is the empty one
+    for (int place : {-1, 3, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(object->ValueAt(place), nullptr);
+        EXPECT_EQ(object->NameAt(place), nullptr);
+    }
+}
+
+TEST_F(Structs, ShareTheValuesThatTheyAreGiven) {
+    KXObjectBase* object = NewStruct();
+    RValue text = Text("shared");
+
+    object->Add("a", text, 0);
+    object->Add("b", text, 0);
+
+    EXPECT_EQ(object->Get("a")->str, text.str);
+    EXPECT_EQ(text.str->m_refCount, 3);
+    EXPECT_TRUE(object->Remove("a"));
+    EXPECT_EQ(text.str->m_refCount, 2);
+    Add(object, "b", Real(1));
+    EXPECT_EQ(text.str->m_refCount, 1);
+    FREE_RValue__Pre(&text);
+}
+
+TEST_F(Structs, FindTheirMembersHoweverManyThereAre) {
+    KXObjectBase* object = NewStruct();
+    for (int i = 0; i < 1000; ++i) {
+        Add(object, "m" + std::to_string(i), Real(i));
+    }
+    for (int i = 0; i < 1000; i += 2) {
+        EXPECT_TRUE(object->Remove(("m" + std::to_string(i)).c_str()));
+    }
+    EXPECT_FALSE(object->Remove("m0"));
+    Add(object, "last", Real(-1));
+
+    EXPECT_EQ(object->Count(), 501);
+    for (int i = 0; i < 1000; ++i) {
+        const RValue* value = object->Get(("m" + std::to_string(i)).c_str());
+        ASSERT_EQ(value != nullptr, i % 2 == 1) << i;
+        EXPECT_TRUE(!value || value->real == i);
+    }
+    EXPECT_STREQ(object->NameAt(0), "m1");
+    EXPECT_STREQ(object->NameAt(500), "last");
+}
+
+TEST_F(Structs, PrintTheirMembers) {
+    KXObjectBase* object = NewStruct();
+    EXPECT_EQ(Printed(StructValue(object)), "{  }");
+
+    Add(object, "a", Real(1));
+    EXPECT_EQ(Printed(StructValue(object)), "{ a : 1 }");
+
+    RValue array = Array();
+    Push(&array, Text("x"));
+    Push(&array, StructValue(object));
+    Add(object, "list", array);
+    EXPECT_EQ(Printed(StructValue(object)), "{ a : 1, list : [ x,null ] }");
+    EXPECT_EQ(Printed(StructValue(nullptr)), "null");
+}
+
+TEST_F(Structs, NestedTooDeepAreNotPrinted) {
+    KXObjectBase* first = NewStruct();
+    KXObjectBase* last = first;
+    for (int i = 0; i < kMaxNesting; ++i) {
+        KXObjectBase* next = NewStruct();
+        Add(last, "next", StructValue(next));
+        last = next;
+    }
+    EXPECT_THROW(
+        {
+            int size = 16;
+            auto* buffer = static_cast<char*>(MemoryManager::Alloc(16, __FILE__, __LINE__, true));
+            char* pos = buffer;
+            RValue value = StructValue(first);
+            try {
+                STRING_RValue(&pos, &buffer, &size, &value);
+            } catch (...) {
+                MemoryManager::Free(buffer);
+                throw;
+            }
+        },
+        KXRecursionLimit);
+    ResetVisits();
+    EXPECT_EQ(Printed(StructValue(last)), "{  }");
+}
+
+}  // namespace
+}  // namespace kx::test
