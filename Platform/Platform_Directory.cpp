@@ -12,6 +12,8 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0777;  // less the process's umask
 
+constexpr size_t kMaxStretch = 2048;  // bytes of a name for one open; the system takes twice as many
+
 bool HasTemporaryPrefix(const char* leaf) {
     return std::strncmp(leaf, kTemporaryPrefix, std::strlen(kTemporaryPrefix)) == 0;
 }
@@ -61,11 +63,29 @@ EntryKind KindOf(int directory, const dirent& entry) {
     return KindOf(status.st_mode);
 }
 
+/// Opens a directory that may lie deeper than a path can say, a stretch of its name at a time.
+Descriptor OpenDeep(int root, const std::string& name, int flags) {
+    Descriptor from;
+    int directory = root;
+    size_t start = 0;
+    while (name.size() - start > kMaxStretch) {
+        size_t slash = name.rfind('/', start + kMaxStretch);
+        if (slash == std::string::npos || slash <= start) break;
+        std::string stretch = name.substr(start, slash - start);
+        Descriptor next = OpenBeneath(directory, stretch, O_PATH | O_DIRECTORY | O_NOFOLLOW);
+        if (!next) return next;
+        from = std::move(next);
+        directory = from.Get();
+        start = slash + 1;
+    }
+    return OpenBeneath(directory, name.substr(start), flags | O_DIRECTORY);
+}
+
 /// Removes everything from a directory that is no directory itself.
 /// @param below  gets the names, beneath the root, of the directories in it.
 /// @return 0, or an errno value where something had to stay.
 int RemoveFilesIn(int root, const std::string& name, std::vector<std::string>* below) {
-    Descriptor directory = OpenBeneath(root, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    Descriptor directory = OpenDeep(root, name, O_RDONLY | O_NOFOLLOW);
     if (!directory) return errno;
     int parent = directory.Get();
     int failure = 0;
@@ -80,7 +100,7 @@ int RemoveFilesIn(int root, const std::string& name, std::vector<std::string>* b
 }
 
 int RemoveEmptyDirectory(int root, const std::string& name) {
-    Descriptor parent = OpenBeneath(root, ParentOf(name), O_RDONLY | O_DIRECTORY);
+    Descriptor parent = OpenDeep(root, ParentOf(name), O_RDONLY);
     if (!parent) return errno;
     return g_systemCalls.unlinkat(parent.Get(), LeafOf(name).c_str(), AT_REMOVEDIR) == 0 ? 0 : errno;
 }

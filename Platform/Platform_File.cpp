@@ -96,18 +96,14 @@ ssize_t ReadAll(int file, char* data, size_t size) {
     return static_cast<ssize_t>(total);
 }
 
-int RenameBeneath(int root, const std::string& from, const std::string& to, Durability durability) {
+int RenameBeneath(int root, const std::string& from, const std::string& to) {
     Descriptor source = OpenBeneath(root, ParentOf(from), O_RDONLY | O_DIRECTORY);
     if (!source) return errno;
     Descriptor target = OpenBeneath(root, ParentOf(to), O_RDONLY | O_DIRECTORY);
     if (!target) return errno;
     std::string oldLeaf = LeafOf(from);
     std::string newLeaf = LeafOf(to);
-    if (g_systemCalls.renameat2(source.Get(), oldLeaf.c_str(), target.Get(), newLeaf.c_str(), 0) != 0) return errno;
-    if (durability == Durability::none) return 0;
-    // The new name first: a power cut may leave both names, never none.
-    if (int reason = Sync(g_systemCalls.fsync, target.Get())) return reason;
-    return Sync(g_systemCalls.fsync, source.Get());
+    return g_systemCalls.renameat2(source.Get(), oldLeaf.c_str(), target.Get(), newLeaf.c_str(), 0) == 0 ? 0 : errno;
 }
 
 std::string ParentOf(const std::string& name) {

@@ -35,8 +35,8 @@ Descriptor OpenRegularBeneath(int root, const std::string& name, int flags, stru
 ssize_t ReadAll(int file, char* data, size_t size);
 
 /// Gives a file or a link beneath a root another name, in one step; what has that name is replaced, as rename does.
-/// @return 0, or an errno value: nothing has changed then, except where only the last sync failed.
-[[nodiscard]] int RenameBeneath(int root, const std::string& from, const std::string& to, Durability durability);
+/// @return 0 or an errno value.
+[[nodiscard]] int RenameBeneath(int root, const std::string& from, const std::string& to);
 
 /// Splits a name at its last "/": the parent (empty for the root) and the last component.
 std::string ParentOf(const std::string& name);

@@ -92,6 +92,7 @@ int KXGetFileAttributes(const char* path, bool isSave) {
     std::optional<std::string> place = area.Place(path);
     struct stat status {};
     if (!place || area.Look(*place, &status) != 0) return 0;
+    if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) return 0;
     int attributes = S_ISDIR(status.st_mode) ? kDirectory : kArchive;
     if (!(status.st_mode & kAnyWriter)) attributes |= kReadOnly;
     if (IsHidden(kx::LeafOf(*place))) attributes |= kHidden;

@@ -1,6 +1,7 @@
 // Files and directories by name.
 #include "tests/Function_File_fixture.h"
 #include "tests/support/MemoryArea.h"
+#include "tests/support/OrdinaryUser.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -163,6 +164,18 @@ TEST_F(FilesAndDirectories, ARenameThatCannotBeGivesZeroAndMakesNoDirectories) {
 
     EXPECT_EQ(Contents("saved"), "saved");
     EXPECT_FALSE(fs::exists(Save("missing")));
+}
+
+TEST_F(FilesAndDirectories, AFileThatIsOpenForWritingIsNotRenamedOverAGoodOne) {
+    double id = Call("file_bin_open", {"fresh", 1}).Real();
+    Call("file_bin_write_byte", {id, 65});
+
+    EXPECT_EQ(Call("file_rename", {"fresh", "saved"}).Real(), 0);
+    EXPECT_EQ(Contents("saved"), "saved");
+
+    Call("file_bin_close", {id});
+    EXPECT_EQ(Call("file_rename", {"fresh", "saved"}).Real(), 1);
+    EXPECT_EQ(Contents("saved"), "A");
 }
 
 TEST_F(FilesAndDirectories, ARenameToAShippedNameHidesTheShippedFile) {
@@ -385,6 +398,15 @@ TEST_F(FilesAndDirectories, OnlySavedDirectoriesAreDestroyedAndNeverTheRoot) {
     EXPECT_EQ(TakeError(), "");
 }
 
+TEST_F(FilesAndDirectories, DestroyingWhatIsNotSavedSaysNothing) {
+    WriteWholeFile(Bundle("shipped folder/x"), "x");
+
+    for (const char* name : {"missing", "missing/x", "saved", "saved/x", "shipped folder"}) {
+        Call("directory_destroy", {name});
+        EXPECT_EQ(m_console.Take(), "") << name;
+    }
+}
+
 // --- file_attributes -------------------------------------------------------------------------------------------------
 
 TEST_F(FilesAndDirectories, AttributesAreBitsOfTheSavedElseOfTheShippedFile) {
@@ -467,22 +489,54 @@ TEST_F(FilesAndDirectories, DirectoriesBehindALinkAreNeitherMadeNorListedNorDest
     EXPECT_TRUE(fs::exists(Bundle("shipped")));
 }
 
-TEST_F(FilesAndDirectories, ADirectoryWithoutReadPermissionIsAnOrdinaryFailure) {
+TEST_F(FilesAndDirectories, WhatTheUserMayNotUseIsAnOrdinaryFailure) {
     WriteWholeFile(Save("locked/file"), "x");
-    FaultySystemCalls faults;  // root may read everything
-    for (const char* call : {"openat2", "openat"}) {
-        faults.FailFrom(call, 1, EACCES);
-    }
+    WriteWholeFile(Save("tree/locked/file"), "x");
+    WriteWholeFile(Save("tree/free"), "x");
+    WriteWholeFile(Save("fixed/file"), "x");
+    OrdinaryUser user(Save().parent_path());
+    fs::permissions(Save("locked"), fs::perms::none);
+    fs::permissions(Save("tree/locked"), fs::perms::none);
+    fs::permissions(Save("fixed"), fs::perms(0555));
 
-    EXPECT_EQ(Call("file_exists", {"locked/file"}).Real(), 0);
-    EXPECT_EQ(Call("file_delete", {"locked/file"}).Real(), 0);
-    EXPECT_EQ(Call("file_copy", {"locked/file", "x"}).Real(), -1);
+    for (const char* name : {"locked/file", "locked/new"}) {
+        EXPECT_EQ(Call("file_exists", {name}).Real(), 0) << name;
+        EXPECT_EQ(Call("file_delete", {name}).Real(), 0) << name;
+        EXPECT_EQ(Call("file_copy", {name, "copy"}).Real(), -1) << name;
+        EXPECT_EQ(Call("file_copy", {"saved", name}).Real(), -1) << name;
+        EXPECT_EQ(Call("file_rename", {"saved", name}).Real(), 0) << name;
+        EXPECT_EQ(Call("file_attributes", {name, 0}).Real(), 0) << name;
+        EXPECT_EQ(Call("directory_create", {name}).Real(), 0) << name;
+        EXPECT_EQ(Call("file_bin_open", {name, 0}).Real(), -1) << name;
+        EXPECT_EQ(Call("file_bin_open", {name, 1}).Real(), -1) << name;
+    }
     EXPECT_EQ(Call("file_find_first", {"locked/*", 0}).Text(), "");
-    EXPECT_EQ(Call("directory_exists", {"locked"}).Real(), 0);
-    EXPECT_EQ(Call("directory_create", {"locked/new"}).Real(), 0);
-    EXPECT_EQ(Call("file_bin_open", {"locked/file", 0}).Real(), -1);
-    Call("directory_destroy", {"locked"});
-    EXPECT_EQ(ReadWholeFile(Save("locked/file")), "x");
+    EXPECT_EQ(Call("file_delete", {"fixed/file"}).Real(), 0);
+    EXPECT_EQ(Call("file_rename", {"fixed/file", "moved"}).Real(), 0);
+    EXPECT_EQ(Call("file_copy", {"saved", "fixed/file"}).Real(), -1);
+    EXPECT_EQ(Call("file_copy", {"fixed/file", "copy"}).Real(), 0);
+    m_console.Take();
+    Call("directory_destroy", {"tree"});
+    EXPECT_EQ(m_console.Take(), "Failed to remove directory: " + Save("tree").string() + " (Permission denied)\n");
+
+    for (const char* name : {"locked", "tree/locked", "fixed"}) {
+        fs::permissions(Save(name), fs::perms(0755));
+    }
+    for (const char* name : {"locked/file", "tree/locked/file", "fixed/file"}) {
+        EXPECT_EQ(ReadWholeFile(Save(name)), "x") << name;
+    }
+    EXPECT_FALSE(fs::exists(Save("tree/free")));
+}
+
+TEST_F(FilesAndDirectories, AShippedFileStandsInForNoSavedFileThatCannotBeOpened) {
+    WriteWholeFile(Save("backup"), "good");
+    OrdinaryUser user(Save().parent_path());
+    fs::permissions(Save("both"), fs::perms::none);
+
+    EXPECT_EQ(Call("file_copy", {"both", "backup"}).Real(), -1);
+
+    EXPECT_EQ(m_console.Take(), "Unable to open source file both\n");
+    EXPECT_EQ(Contents("backup"), "good");
 }
 
 }  // namespace

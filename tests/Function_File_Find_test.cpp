@@ -3,6 +3,7 @@
 #include "tests/support/CommaLocale.h"
 #include "tests/support/MemoryArea.h"
 
+#include <climits>
 #include <cmath>
 #include <sys/stat.h>
 
@@ -103,6 +104,16 @@ TEST_F(FileSearch, WalksTheNamesThatTheMaskLetsThrough) {
     EXPECT_EQ(Call("file_find_close").Real(), kUnset);
     EXPECT_FALSE(filesrused);
     EXPECT_EQ(g_kxFindData.m_files, nullptr);
+}
+
+TEST_F(FileSearch, HoweverOftenTheNextNameIsAskedForThereIsNone) {
+    MakeFiles({"a"});
+    Call("file_find_first", {"*", 0});
+    g_kxFindData.m_nCurrentIndex = INT_MAX - 1;
+
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(IsNoText(Call("file_find_next")));
+    }
 }
 
 TEST_F(FileSearch, WithoutASearchThereIsNoNextName) {

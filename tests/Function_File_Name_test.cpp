@@ -2,6 +2,8 @@
 #include "tests/Function_File_fixture.h"
 
 #include <string>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 namespace kx::test {
@@ -120,6 +122,48 @@ TEST_F(FileNameBuiltIns, TakeNamesOfAnyLength) {
     EXPECT_EQ(Call("filename_path", {name}).Text(), folder + "/");
     EXPECT_EQ(Call("filename_change_ext", {name, ".x"}).Text(), folder + "/file.x");
     EXPECT_EQ(Call("filename_path", {folder}).Text(), "");
+}
+
+/// A text of a length that takes no memory: one page of letters, seen again and again.
+class EndlessText {
+public:
+    explicit EndlessText(size_t length) : m_size(length + kPiece) {
+        int letters = ::memfd_create("letters", MFD_CLOEXEC);
+        std::string piece(kPiece, 'a');
+        bool filled = ::write(letters, piece.data(), piece.size()) == static_cast<ssize_t>(kPiece);
+        void* room = ::mmap(nullptr, m_size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        m_text = static_cast<char*>(room);
+        for (size_t at = 0; filled && at + kPiece < m_size; at += kPiece) {  // zero bytes follow the last piece
+            ::mmap(m_text + at, kPiece, PROT_READ, MAP_SHARED | MAP_FIXED, letters, 0);
+        }
+        ::close(letters);
+    }
+    EndlessText(const EndlessText&) = delete;
+    EndlessText& operator=(const EndlessText&) = delete;
+    ~EndlessText() { ::munmap(m_text, m_size); }
+
+    const char* Get() const { return m_text; }
+
+private:
+    static constexpr size_t kPiece = 4 << 20;
+
+    size_t m_size;
+    char* m_text;
+};
+
+TEST_F(FileNameBuiltIns, ANameThatWouldBeLongerThanATextCanBeIsAnError) {
+    if constexpr (sizeof(void*) > 4) {  // elsewhere there is no room for one
+        EndlessText text(2147483647);
+        _RefThing<char const*> record{text.Get(), 3, 2147483647};
+        RValue name{};
+        name.str = &record;
+        name.kind = VALUE_STRING;
+
+        Value result = Call("filename_change_ext", {Value(name), Value(name)});
+
+        EXPECT_EQ(TakeError(), "File name too long.");
+        EXPECT_EQ(result.Get().str, nullptr);
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "tests/support/Console.h"
 #include "tests/support/FaultySystemCalls.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -83,7 +84,6 @@ TEST_F(Areas, NamesThatLeaveTheAreaOrAreNoNamesAreRefusedWithTheReason) {
         {"\\etc\\passwd", "leaves its folder"},
         {Outside().string(), "leaves its folder"},
         {Save().string() + "2/x", "leaves its folder"},  // only begins like the root
-        {Bundle("x").string(), "leaves its folder"},
         {std::string(5000, 'x'), "is too long"},
         {std::string(300, 'x') + "/y", "File name too long"},
         {"a\nb", "holds control characters"},
@@ -135,13 +135,9 @@ TEST_F(Areas, TheBundleHasNamesOfItsOwn) {
     EXPECT_EQ(Resolved(Bundle("x").c_str(), LoadSave::_GetBundleFileName), Bundle("x").string());
 }
 
-TEST_F(Areas, WhatIsNoMatterOfTheBundleIsNoFaultOfTheName) {
+TEST_F(Areas, WhatLiesInTheOtherAreaIsNoFaultOfTheName) {
     EXPECT_EQ(Resolved(Save("x").c_str(), LoadSave::_GetBundleFileName), "");
-    EXPECT_EQ(m_console.Take(), "");
-
-    EXPECT_EQ(Resolved(Bundle("x").c_str(), LoadSave::_GetSaveFileName), "");  // a script may have meant to write
-    EXPECT_NE(m_console.Take(), "");
-
+    EXPECT_EQ(Resolved(Bundle("x").c_str(), LoadSave::_GetSaveFileName), "");
     std::unique_ptr<Area> before = SetBundle(std::make_unique<DirectoryArea>("no bundle"));
     EXPECT_EQ(Resolved("x", LoadSave::_GetBundleFileName), "");
     EXPECT_EQ(m_console.Take(), "");
@@ -198,6 +194,47 @@ TEST_F(Areas, TheSaveAreaDoesNotChangeUnderOpenFiles) {
     LoadSave::fclose(writing);
     EXPECT_EQ(LoadSave::SetSaveArea(Save().c_str()), 0);
     LoadSave::fclose(reading);
+}
+
+TEST_F(Areas, ARenameReachesTheDiskTheNewNameFirst) {
+    WriteWholeFile(Save("a/file"), "x");
+    fs::create_directory(Save("b"));
+    FaultySystemCalls calls;
+
+    EXPECT_EQ(LoadSave::RenameSaveFile("a/file", "b/file"), 0);
+
+    EXPECT_EQ(std::count(calls.Calls().begin(), calls.Calls().end(), "fsync"), 2);
+    LoadSave::SetDurability(Durability::none);
+    EXPECT_EQ(LoadSave::RenameSaveFile("b/file", "a/file"), 0);
+    EXPECT_EQ(std::count(calls.Calls().begin(), calls.Calls().end(), "fsync"), 2);
+}
+
+TEST_F(Areas, ARenameThatIsNotOnTheDiskYetSaysSo) {
+    WriteWholeFile(Save("a"), "x");
+    FaultySystemCalls calls;
+    calls.FailFrom("fsync", 2, EIO);
+
+    EXPECT_EQ(LoadSave::RenameSaveFile("a", "b"), 0);
+
+    EXPECT_EQ(ReadWholeFile(Save("b")), "x");
+    EXPECT_EQ(m_console.Take(), "Renamed, but not on the disk yet: " + Save("a").string() + " (Input/output error)\n");
+}
+
+TEST_F(Areas, AFileThatIsOpenForWritingKeepsItsName) {
+    WriteWholeFile(Save("good"), "good");
+    _KXFILE* file = LoadSave::fopen("fresh", "w");
+    LoadSave::fputs(file, "half");
+
+    EXPECT_EQ(LoadSave::RenameSaveFile("fresh", "good"), -1);  // an empty file would take the good one's place
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(m_console.Take(), "File keeps its name while it is open for writing: " + Save("fresh").string() + "\n");
+    EXPECT_EQ(ReadWholeFile(Save("good")), "good");
+
+    LoadSave::fclose(file);
+    _KXFILE* reader = LoadSave::fopen("fresh", "r");
+    EXPECT_EQ(LoadSave::RenameSaveFile("fresh", "good"), 0);
+    EXPECT_EQ(ReadWholeFile(Save("good")), "half");
+    LoadSave::fclose(reader);
 }
 
 // --- what is there -------------------------------------------------------------------------------------------------

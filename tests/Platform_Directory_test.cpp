@@ -97,7 +97,7 @@ TEST_F(PlatformDirectory, ATreeOfManyFilesAndLevelsTakesAHandfulOfDescriptors) {
         Descriptor file(::openat(wide.Get(), std::to_string(i).c_str(), O_WRONLY | O_CREAT, 0666));
         ASSERT_TRUE(file);
     }
-    MakeDeep("wide/deep", 500);
+    MakeDeep("wide/deep", 2000);
     int before = OpenDescriptors();
     int most = 0;
     int calls = 0;

@@ -5,7 +5,6 @@
 #include "tests/support/FaultySystemCalls.h"
 #include "tests/support/RootTest.h"
 
-#include <algorithm>
 #include <fcntl.h>
 
 namespace fs = std::filesystem;
@@ -61,7 +60,7 @@ TEST_F(PlatformFile, APathThatIsRenamedMeanwhileIsTriedAgainAndNotForever) {
 TEST_F(PlatformFile, ARenameMovesAcrossFoldersAndReplacesWhatIsThere) {
     WriteWholeFile(Path("other/target"), "gone");
 
-    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "other/target", Durability::full), 0);
+    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "other/target"), 0);
 
     EXPECT_EQ(ReadWholeFile(Path("other/target")), "old");
     EXPECT_FALSE(fs::exists(Path("folder/file")));
@@ -70,24 +69,12 @@ TEST_F(PlatformFile, ARenameMovesAcrossFoldersAndReplacesWhatIsThere) {
 TEST_F(PlatformFile, ARenameThatCannotBeChangesNothing) {
     fs::create_directory(Path("directory"));
 
-    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "missing/file", Durability::full), ENOENT);
-    EXPECT_EQ(RenameBeneath(Root(), "folder/missing", "folder/new", Durability::full), ENOENT);
-    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "directory", Durability::full), EISDIR);
-    EXPECT_EQ(RenameBeneath(Root(), "missing/file", "folder/new", Durability::full), ENOENT);
+    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "missing/file"), ENOENT);
+    EXPECT_EQ(RenameBeneath(Root(), "folder/missing", "folder/new"), ENOENT);
+    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "directory"), EISDIR);
+    EXPECT_EQ(RenameBeneath(Root(), "missing/file", "folder/new"), ENOENT);
 
     EXPECT_EQ(ReadWholeFile(Path("folder/file")), "old");
-}
-
-TEST_F(PlatformFile, ARenameReachesTheDiskTheNewNameFirst) {
-    fs::create_directory(Path("other"));
-    FaultySystemCalls faults;
-
-    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "other/file", Durability::full), 0);
-    EXPECT_EQ(RenameBeneath(Root(), "other/file", "folder/file", Durability::none), 0);
-
-    EXPECT_EQ(std::count(faults.Calls().begin(), faults.Calls().end(), "fsync"), 2);
-    faults.FailFrom("fsync", 1, EIO);
-    EXPECT_EQ(RenameBeneath(Root(), "folder/file", "other/file", Durability::full), EIO);
 }
 
 }  // namespace

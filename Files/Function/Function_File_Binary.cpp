@@ -99,6 +99,7 @@ void F_FileBinOpen(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
 void F_FileBinRewrite(RValue&, CInstance*, CInstance*, int, RValue* arg) {
     StFile* slot = OpenSlotOf(KXGetInt32(arg, 0), "Trying to rewrite unopened file.");
     if (!slot) return;
+    LoadSave::Abandon(slot->hF);  // it would replace the file by what is to go, and an error after that lose it
     if (slot->hF) LoadSave::fclose(slot->hF);
     slot->hF = LoadSave::fopen(slot->name, "wb+");
     if (slot->hF) {

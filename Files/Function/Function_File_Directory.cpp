@@ -48,10 +48,11 @@ bool CopyStream(FILE* hFS, const char* path, const char* name) {
     return whole;
 }
 
-/// Copies a file of the bundle that only the host can read.
+/// Copies a file of the bundle that only the host can read. It stands in for no saved file that cannot be opened.
 bool CopyShipped(const char* source, const char* path, const char* name) {
     int bundleFileSize = 0;
-    char* bundleFileBuffer = LoadSave::ReadBundleFile(source, &bundleFileSize);
+    bool saved = LoadSave::SaveFileExists(source);
+    char* bundleFileBuffer = saved ? nullptr : LoadSave::ReadBundleFile(source, &bundleFileSize);
     if (!bundleFileBuffer) {
         dbg_csol->Output("Unable to open source file %s\n", source ? source : "");
         return false;

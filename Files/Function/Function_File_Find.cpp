@@ -1,6 +1,7 @@
 // File search: one list of names at a time.
 #include "Files/Function/Function_File_Internal.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -64,7 +65,7 @@ void F_FileFindFirst(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
 void F_FileFindNext(RValue& result, CInstance*, CInstance*, int, RValue*) {
     SetNoText(result);
     if (!filesrused) return;
-    ++g_kxFindData.m_nCurrentIndex;
+    if (g_kxFindData.m_nCurrentIndex < INT_MAX) ++g_kxFindData.m_nCurrentIndex;
     GiveCurrentName(result);
 }
 

@@ -4,6 +4,7 @@
 #include "Files/Support/Support_File.h"
 #include "Platform/MemoryManager.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -42,7 +43,12 @@ char* TakeDirectory(RValue& result, RValue* arg, bool flag, const char* error) {
 }
 
 /// A text that is built here; cleared, so that it always ends.
-char* AllocText(size_t size) {
+/// @return null, after KXError, where it would be longer than a text can be.
+char* AllocText(unsigned long long size) {
+    if (size > INT_MAX) {
+        KXError("File name too long.");
+        return nullptr;
+    }
     return static_cast<char*>(MemoryManager::Alloc(static_cast<unsigned int>(size), MODULE_SOURCE, __LINE__, true));
 }
 
@@ -56,15 +62,14 @@ void F_FilenamePath(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     char* out = TakeDirectory(result, arg, true, "null string passed to filename_path");
     if (!out) return;
     size_t len = std::strlen(out);
-    if (len == 0 || IsSeparator(out[len - 1])) {
-        KXCreateString(&result, out);
-    } else {
-        char* ended = AllocText(len + 2);
-        std::memcpy(ended, out, len);
-        ended[len] = '/';
-        KXCreateString(&result, ended);
-        MemoryManager::Free(ended);
+    bool ended = len == 0 || IsSeparator(out[len - 1]);
+    char* withEnd = ended ? nullptr : AllocText(len + 2ULL);
+    if (withEnd) {
+        std::memcpy(withEnd, out, len);
+        withEnd[len] = '/';
     }
+    if (ended || withEnd) KXCreateString(&result, ended ? out : withEnd);
+    MemoryManager::Free(withEnd);
     MemoryManager::Free(out);
 }
 
@@ -96,14 +101,16 @@ void F_FilenameChangeExt(RValue& result, CInstance*, CInstance*, int, RValue* ar
     char* out;
     if (pDot) {  // a folder's dot too; the new extension brings its own
         auto len2dot = static_cast<size_t>(pDot - pFilename);
-        out = AllocText(len2dot + n + 2);
+        out = AllocText(len2dot + n + 2ULL);
+        if (!out) return;
         std::memcpy(out, pFilename, len2dot);
         std::memcpy(out + len2dot, pNewExt, n);
     } else {
-        size_t new_len = n + 2 + std::strlen(pFilename);
+        unsigned long long new_len = n + 2ULL + std::strlen(pFilename);
         bool complete = *pNewExt == '.' || *pNewExt == 0;
         out = AllocText(new_len);
-        std::snprintf(out, new_len, complete ? "%s%s" : "%s.%s", pFilename, pNewExt);
+        if (!out) return;
+        std::snprintf(out, static_cast<size_t>(new_len), complete ? "%s%s" : "%s.%s", pFilename, pNewExt);
     }
     KXCreateString(&result, out);
     KXFree(out);

@@ -51,11 +51,16 @@ int WritePath(const Area& area, char* out, int size, const char* name) {
     return 0;
 }
 
-/// True where a lookup in the bundle finds nothing, and that is no fault of the name: there is no bundle, or the name
-/// is the full path of something in the save area.
-bool IsNoMatterOfTheBundle(const char* name) {
-    if (!BundleArea().IsSet()) return true;
-    return !BundleArea().Place(name) && SaveArea().Place(name);
+/// True for the full path of something in one area, which has no place in the other: no fault of the name's, for many
+/// lookups try both.
+bool LiesIn(const Area& area, const Area& other, const char* name) {
+    return !other.Place(name) && area.Place(name);
+}
+
+/// @return the reason for a name that an area says nothing about.
+int NotHere(char* out) {
+    out[0] = 0;
+    return ENOENT;
 }
 
 // --- reading and writing --------------------------------------------------------------------------------------------
@@ -119,14 +124,12 @@ bool LoadSave::BundleFileExists(const char* name) {
 }
 
 int LoadSave::_GetSaveFileName(char* out, int size, const char* name) {
+    if (LiesIn(BundleArea(), SaveArea(), name)) return NotHere(out);
     return WritePath(SaveArea(), out, size, name);
 }
 
 int LoadSave::_GetBundleFileName(char* out, int size, const char* name) {
-    if (IsNoMatterOfTheBundle(name)) {
-        out[0] = 0;
-        return ENOENT;
-    }
+    if (!BundleArea().IsSet() || LiesIn(SaveArea(), BundleArea(), name)) return NotHere(out);
     return WritePath(BundleArea(), out, size, name);
 }
 
@@ -151,7 +154,13 @@ int LoadSave::RemoveSaveFile(const char* name) {
 int LoadSave::RenameSaveFile(const char* oldPath, const char* newPath) {
     std::optional<std::string> from = SaveArea().Place(oldPath);
     std::optional<std::string> to = SaveArea().Place(newPath);
-    int reason = from && to ? SaveArea().Rename(*from, *to) : EXDEV;
+    int reason = EXDEV;
+    if (from && to) {
+        std::string path = SaveArea().FullPath(*from);
+        bool writing = kx::IsOpenForWriting(path);  // what it will hold is not on the disk yet
+        if (writing) dbg_csol->Output("File keeps its name while it is open for writing: %s\n", path.c_str());
+        reason = writing ? EBUSY : SaveArea().Rename(*from, *to);
+    }
     if (reason == 0) return 0;
     errno = reason;
     return -1;

@@ -69,7 +69,8 @@ public:
     /// Writes a name's full path in the area, whether anything is there or not.
     /// @param out   at least 1 byte; empty where the name is refused.
     /// @param size  bytes at `out`, terminator included; a path is never cut, a longer one is refused.
-    /// @return 0, or an errno value for a refused name, with a line on dbg_csol that says why.
+    /// @return 0; an errno value for a refused name, with a line on dbg_csol that says why; ENOENT, without a word, for
+    ///         the full path of something in the other area, and where there is no bundle area.
     static int _GetSaveFileName(char* out, int size, const char* name);
     static int _GetBundleFileName(char* out, int size, const char* name);
 
@@ -81,7 +82,9 @@ public:
 
     /// Gives a file of the save area another name there, in one step; a file that has the name is replaced. No
     /// directories are made.
-    /// @return 0; -1, with errno set, where nothing was renamed.
+    /// @return 0; -1, with errno set, where nothing was renamed: EBUSY, with a line on dbg_csol, for a file that is
+    /// open
+    ///         for writing, for what it will hold is not on the disk before its close.
     static int RenameSaveFile(const char* oldPath, const char* newPath);
 
     /// @param size  set to the length in bytes.
@@ -158,6 +161,9 @@ public:
     static unsigned fwrite(const void* buf, unsigned size, unsigned count, _KXFILE* file);
     static int fseek(_KXFILE* file, long offset, int whence);
     static long ftell(_KXFILE* file);
+
+    /// Gives up what was written to a file since its open: the close leaves the file on disk as it was. Null-safe.
+    static void Abandon(_KXFILE* file);
 
     // --- the end ---------------------------------------------------------------------------------------------------
 

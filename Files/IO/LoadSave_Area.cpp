@@ -234,8 +234,19 @@ int DirectoryArea::Replace(const std::string& place, const char* data, int size)
 }
 
 int DirectoryArea::Rename(const std::string& from, const std::string& to) const {
-    bool root = from.empty() || to.empty();
-    return root ? EBUSY : RenameBeneath(Root(), from, to, m_durability);
+    if (from.empty() || to.empty()) return EBUSY;  // the root
+    if (int reason = RenameBeneath(Root(), from, to)) return reason;
+    SyncDirectoryOf(to);  // the new name first: a power cut may leave both names, never none
+    SyncDirectoryOf(from);
+    return 0;
+}
+
+void DirectoryArea::SyncDirectoryOf(const std::string& place) const {
+    if (m_durability == Durability::none) return;
+    Descriptor directory = OpenDirectoryOf(place);
+    int reason = directory ? Sync(g_systemCalls.fsync, directory.Get()) : errno;
+    if (reason == 0) return;
+    dbg_csol->Output("Renamed, but not on the disk yet: %s (%s)\n", FullPath(place).c_str(), std::strerror(reason));
 }
 
 Contents LoadOpenFile(const Descriptor& file, const struct stat& status, const std::string& path) {

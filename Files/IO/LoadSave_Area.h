@@ -95,18 +95,20 @@ public:
     [[nodiscard]] Descriptor OpenFile(const std::string& place, int flags, struct stat* status) const;
     [[nodiscard]] Descriptor OpenDirectoryOf(const std::string& place) const;
 
-    // --- changing it: these return 0 or an errno value, after which nothing is half done
+    // --- changing it: these return 0 or an errno value
 
-    /// Makes a directory and every missing one above it.
+    /// Makes a directory and every missing one above it. What was made before a failure stays.
     [[nodiscard]] int MakeDirectories(const std::string& place) const;
 
     /// Removes a directory with everything in it; what cannot be removed stays. A link is removed itself.
     [[nodiscard]] int RemoveTree(const std::string& place) const;
 
-    /// Replaces a whole file in one step, as kx::ReplaceFile does; missing directories are made.
+    /// Replaces a whole file in one step, as kx::ReplaceFile does; missing directories are made. After a failure the
+    /// file is as it was.
     [[nodiscard]] int Replace(const std::string& place, const char* data, int size) const;
 
-    /// Gives a file another name, as kx::RenameBeneath does.
+    /// Gives a file another name, as kx::RenameBeneath does. After a failure nothing has changed. Where only the syncs
+    /// fail it has its new name all the same, and a line on dbg_csol says so.
     [[nodiscard]] int Rename(const std::string& from, const std::string& to) const;
 
     /// How durable what these make is when they return.
@@ -114,6 +116,7 @@ public:
     [[nodiscard]] Durability DurabilityNow() const { return m_durability; }
 
 private:
+    void SyncDirectoryOf(const std::string& place) const;
     [[nodiscard]] EntryKind Target(const std::string& link) const;
 
     Durability m_durability = Durability::full;

@@ -199,6 +199,12 @@ bool kx::AnyFileOpenForWriting() {
     return writing;
 }
 
+bool kx::IsOpenForWriting(const std::string& path) {
+    bool open = false;
+    TheOpenFiles().ForEach([&](const _KXFILE* file) { open = open || (file->writeBack && path == file->pName); });
+    return open;
+}
+
 _KXFILE* LoadSave::fopen(const char* path, const char* mode) {
     std::optional<OpenMode> parsed = ParseMode(mode);
     if (!parsed) {
@@ -220,11 +226,16 @@ int LoadSave::fclose(_KXFILE* file) {
     return WriteBack(file);
 }
 
+void LoadSave::Abandon(_KXFILE* file) {
+    if (!file || !file->writeBack) return;
+    file->writeBack = false;
+    if (file->changed) RemoveIfCreatedEmpty(file);
+}
+
 void LoadSave::DiscardUnfinished() {
     for (_KXFILE* file : AllOpenFiles()) {
         if (!file->writeBack || file->append || !file->changed) continue;
-        file->writeBack = false;
-        RemoveIfCreatedEmpty(file);
+        Abandon(file);
         dbg_csol->Output("Not written, because the script failed before it was closed: %s\n", file->pName);
     }
 }

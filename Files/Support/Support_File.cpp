@@ -5,6 +5,8 @@
 #include "Files/IO/LoadSave_Area.h"
 #include "Platform/MemoryManager.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -39,9 +41,10 @@ std::string_view DriveOf(std::string_view name) {
     bool letter = name.size() >= 2 && IsLetter(name[0]) && name[1] == ':';
     if (letter) return name.substr(0, 2);
     if (name.substr(0, 2) != "\\\\") return {};
-    size_t server = name.find('\\', 2);
-    bool shared = server != std::string_view::npos && server > 2 && server + 1 < name.size();
-    return shared ? name.substr(0, name.find('\\', server + 1)) : std::string_view();
+    size_t server = name.find_first_of(kSeparators, 2);  // where each ends
+    if (server == 2 || server == std::string_view::npos) return {};
+    size_t share = std::min(name.find_first_of(kSeparators, server + 1), name.size());
+    return share > server + 1 ? name.substr(0, share) : std::string_view();
 }
 
 std::string_view ExtensionOf(std::string_view name) {
@@ -68,7 +71,9 @@ int DirectoryExists(const char* path) {
 int DestroyDir(const char* path) {
     std::optional<std::string> place = SaveArea().Place(path);
     int reason = place ? SaveArea().RemoveTree(*place) : EXDEV;
-    if (reason) dbg_csol->Output("Failed to remove directory: %s (%s)\n", path ? path : "", std::strerror(reason));
+    bool missing = reason == ENOENT || reason == ENOTDIR;
+    if (reason && !missing)
+        dbg_csol->Output("Failed to remove directory: %s (%s)\n", path ? path : "", std::strerror(reason));
     return reason == 0;
 }
 

@@ -16,7 +16,7 @@ int DirectoryExists(const char* path);
 
 /// Removes a directory of the save area with everything in it. Links are removed, not followed; the area's root is
 /// refused.
-/// @return 1; 0 where something is left, with a line on dbg_csol that says why.
+/// @return 1; 0 where there is no such directory and, with a line on dbg_csol that says why, where something is left.
 /// @thread any
 int DestroyDir(const char* path);
 
