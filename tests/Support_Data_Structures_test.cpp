@@ -355,6 +355,27 @@ TEST_F(DataStructures, AnIndexThatNothingWasStoredAtIsHandedOutAgain) {
     FreeDsList(index);
 }
 
+TEST_F(DataStructures, TheTableGrowsNoLongerHoweverOftenAnIndexIsUsed) {
+    int kept = NewMap();
+    int index = NewMap();
+    FreeDsMap(index);
+    size_t free = themaps.m_free.size();
+    int length = themaps.length;
+
+    for (int i = 0; i < 1000; ++i) {
+        index = NewMap();
+        FreeDsMap(index);
+        int first = NewMap();
+        int second = NewMap();
+        FreeDsMap(first);
+        FreeDsMap(second);
+    }
+
+    EXPECT_LE(themaps.m_free.size(), free + 2);
+    EXPECT_LE(themaps.length, length + 2);
+    FreeDsMap(kept);
+}
+
 TEST_F(DataStructures, TablesNeverMoveHoweverMuchTheyHold) {
     CDS_Map** before = nullptr;
     std::vector<int> indices;

@@ -174,19 +174,22 @@ int FindFreeIndex(DS_Table<Container>& table) {
         table.arr = static_cast<Container**>(MemoryManager::Reserve(kx::kMaxContainers * sizeof(Container*)));
         table.length = 1;
     }
-    while (!table.m_free.empty() && table.arr[table.m_free.back()]) {
-        table.m_free.pop_back();  // stored in since
+    bool unused = table.m_handedOut && !table.arr[table.m_handedOut];
+    if (unused) return table.m_handedOut;
+    if (!table.m_free.empty()) {
+        table.m_handedOut = table.m_free.back();
+        table.m_free.pop_back();
+    } else {
+        if (table.length >= kx::kMaxContainers) throw std::bad_alloc();
+        table.m_handedOut = table.length++;
     }
-    if (!table.m_free.empty()) return table.m_free.back();
-    if (!table.arr[table.length - 1] && table.length > 1) return table.length - 1;  // handed out, not stored in yet
-    if (table.length >= kx::kMaxContainers) throw std::bad_alloc();
-    return table.length++;
+    return table.m_handedOut;
 }
 
 template <class Container>
 Container* TakeOut(DS_Table<Container>& table, int index) {
     if (index < 1 || index >= table.length || !table.arr[index]) return nullptr;
-    table.m_free.push_back(index);
+    if (index != table.m_handedOut) table.m_free.push_back(index);  // that one comes next anyway
     Container* container = table.arr[index];
     table.arr[index] = nullptr;
     return container;

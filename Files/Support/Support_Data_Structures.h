@@ -160,6 +160,7 @@ struct DS_Table {
     Container** arr = nullptr;
 
     std::vector<int> m_free;  ///< indices to be handed out again
+    int m_handedOut = 0;      ///< the last one, which may not be stored in yet
 };
 
 extern DS_Table<CDS_Map> themaps;
