@@ -5,7 +5,8 @@
 #include "Files/Support/Support_Data_Structures.h"
 #include "tests/RValue_fixture.h"
 
-#include <vector>
+#include <algorithm>
+#include <thread>
 
 namespace kx::test {
 namespace {
@@ -86,6 +87,32 @@ TEST_F(Collections, ARootCountsForWhatItHoldsThen) {
     EXPECT_EQ(Structs(), 1);
     EXPECT_EQ(root.obj->Count(), 0);
     Collector::RemoveRoot(&root);
+}
+
+TEST_F(Collections, ARootThatWasReleasedIsNotFollowed) {
+    RValue root = Array();
+    Push(&root, Struct());
+    Collector::AddRoot(&root);
+
+    FREE_RValue__Pre(&root);
+    Collector::Collect();
+
+    EXPECT_EQ(Structs(), 0);
+    Collector::RemoveRoot(&root);
+}
+
+TEST_F(Collections, ArraysMayEndOnOtherThreadsMeanwhile) {
+    std::thread other([] {
+        for (int i = 0; i < 20000; ++i) {
+            RValue array = Array();
+            FREE_RValue__Pre(&array);
+        }
+    });
+    for (int i = 0; i < 500; ++i) {
+        Collector::Collect();
+        Collector::SafePoint();
+    }
+    other.join();
 }
 
 TEST_F(Collections, WhatContainersHoldIsKept) {
@@ -210,6 +237,11 @@ TEST_F(Collections, ASafePointRenumbersTheVisitsBeforeTheirCounterWraps) {
     RValue array = Array();
     RValue object = Struct();
     Push(&array, object);
+    int map = CreateDsMap(0);
+    themaps.arr[map]->m_visited = 5;
+    int list = FindFreeDsListIndex();
+    thelists.arr[list] = new CDS_List;
+    thelists.arr[list]->m_visited = 5;
     g_countSTRING_RValue = (1u << 31) - 3;
     g_comparisonARRAY_RValue = g_comparisonSTRUCT_RValue = g_countSTRING_RValue;
     EXPECT_EQ(Printed(array), "[ {  } ]");
@@ -222,6 +254,10 @@ TEST_F(Collections, ASafePointRenumbersTheVisitsBeforeTheirCounterWraps) {
     EXPECT_EQ(g_comparisonSTRUCT_RValue, 1u);
     EXPECT_EQ(array.arr->m_visited, 0u);
     EXPECT_EQ(object.obj->m_visited, 0u);
+    EXPECT_EQ(themaps.arr[map]->m_visited, 0u);
+    EXPECT_EQ(thelists.arr[list]->m_visited, 0u);
+    FreeDsMap(map);
+    FreeDsList(list);
     EXPECT_EQ(Printed(array), "[ {  } ]");
     FREE_RValue__Pre(&array);
 }

@@ -93,6 +93,18 @@ TEST_F(Structs, ShareTheValuesThatTheyAreGiven) {
     FREE_RValue__Pre(&text);
 }
 
+TEST_F(Structs, MayTakeAValueOfTheirOwn) {
+    KXObjectBase* object = NewStruct();
+    Add(object, "first", Text("text"));
+    for (int i = 0; i < 100; ++i) {
+        object->Add(("m" + std::to_string(i)).c_str(), const_cast<RValue&>(*object->ValueAt(i)), 0);
+        object->Add("first", const_cast<RValue&>(*object->ValueAt(0)), 0);
+    }
+
+    EXPECT_EQ(object->Get("first")->str->m_refCount, 101);
+    EXPECT_STREQ(object->Get("m99")->str->m_thing, "text");
+}
+
 TEST_F(Structs, FindTheirMembersHoweverManyThereAre) {
     KXObjectBase* object = NewStruct();
     for (int i = 0; i < 1000; ++i) {

@@ -95,5 +95,30 @@ TEST(Arrays, TakeNull) {
     Array_SetOwner(nullptr);
 }
 
+TEST(Arrays, MayTakeAnElementOfTheirOwnWhileTheyGrow) {
+    RValue array = Array();
+    Push(&array, Text("text"));
+    for (int i = 1; i < 100; ++i) {
+        SET_RValue(&array, &array.arr->m_elements[i - 1], nullptr, i);
+    }
+
+    EXPECT_EQ(array.arr->m_elements[99].str->m_refCount, 100);
+    FREE_RValue__Pre(&array);
+}
+
+TEST(Arrays, FillTheGapWithZeros) {
+    RValue array = Array();
+    Push(&array, Real(1));
+    array.arr->m_length = 0;  // a slot beyond the end may hold anything
+    RValue last = Real(3);
+
+    SET_RValue(&array, &last, nullptr, 2);
+
+    EXPECT_EQ(array.arr->m_elements[0].real, 0);
+    EXPECT_EQ(array.arr->m_elements[1].real, 0);
+    EXPECT_EQ(array.arr->m_elements[2].real, 3);
+    FREE_RValue__Pre(&array);
+}
+
 }  // namespace
 }  // namespace kx::test

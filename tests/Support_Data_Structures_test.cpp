@@ -6,6 +6,7 @@
 #include "Platform/MemoryManager.h"
 #include "tests/support/BuiltIn.h"
 
+#include <climits>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <map>
@@ -34,6 +35,13 @@ RValue Int64(int64_t number) {
 
 RValue Bool(bool truth) {
     return {{truth ? 1.0 : 0.0}, 0, VALUE_BOOL};
+}
+
+RValue Other(unsigned int kind, int64_t payload) {
+    RValue value{};
+    value.i64 = payload;
+    value.kind = kind;
+    return value;
 }
 
 RValue MapReference(int index) {
@@ -161,6 +169,9 @@ TEST_F(DataStructures, KeysAreEqualByTextByNumberAndByIdentity) {
         {MapReference(1), MapReference(1), true},
         {MapReference(1), ListReference(1), false},
         {MapReference(1), 1, false},
+        {Other(VALUE_REF, 1), Other(VALUE_REF, 1), true},
+        {Other(VALUE_REF, 1), Other(VALUE_REF, 2), false},
+        {Other(VALUE_NULL, 1), Other(VALUE_NULL, 2), true},
         {array, array, true},
         {array, otherArray, false},
     };
@@ -226,6 +237,39 @@ TEST_F(DataStructures, TheWalkIsTheSameOnEveryTarget) {
     Set(map, Bool(true), number++);
 
     EXPECT_EQ(Walk(map), (std::vector<double>{3, 6, 8, 12, 10, 9, 0, 1, 7, 13, 2, 5, 4, 11}));
+}
+
+TEST_F(DataStructures, AClearedMapIsWalkedLikeANewOne) {
+    CDS_Map fresh;
+    CDS_Map used;
+    for (int i = 0; i < 500; ++i) {
+        Set(used, "key" + std::to_string(i), i);
+    }
+    used.Clear();
+    for (const char* key : {"id", "name", "level", "x", "y"}) {
+        double number = key[0];
+        Set(fresh, key, number);
+        Set(used, key, number);
+    }
+
+    EXPECT_EQ(Walk(used), Walk(fresh));
+    EXPECT_EQ(used.m_pHashTable->m_HashingMask, fresh.m_pHashTable->m_HashingMask);
+}
+
+TEST_F(DataStructures, AMapMayBeEmptiedFromItsFirstEntry) {
+    CDS_Map map;
+    for (int i = 0; i < 100000; ++i) {
+        Set(map, i, i);
+    }
+    int left = 100000;
+    while (const MapStore* entry = map.FindFirst()) {
+        RValue key = entry->key;
+        ASSERT_TRUE(map.Delete(&key));
+        --left;
+    }
+    EXPECT_EQ(left, 0);
+    Set(map, "again", 1);
+    EXPECT_EQ(map.FindFirst()->value.real, 1);
 }
 
 TEST_F(DataStructures, WhatFollowsAKeyThatIsNotThereIsNothing) {
@@ -318,7 +362,9 @@ TEST_F(DataStructures, AGridIsStoredRowByRow) {
     KXCreateString(grid.At(0, 0), "released with the grid");
     EXPECT_EQ(CDS_Grid(0, 5).At(0, 0), nullptr);
     EXPECT_THROW(CDS_Grid(-1, 1), std::bad_alloc);
-    EXPECT_THROW(CDS_Grid(1 << 20, 1 << 20), std::bad_alloc);
+    for (int side : {1 << 20, 1 << 30, INT_MAX}) {
+        EXPECT_THROW(CDS_Grid(side, side), std::bad_alloc);
+    }
 }
 
 // --- tables ----------------------------------------------------------------------------------------------------------
@@ -414,6 +460,7 @@ TEST_F(DataStructures, AReferenceLeadsToItsContainerOrToNothing) {
                              {MapReference(0), false, false},
                              {MapReference(-1), false, false},
                              {ListReference(thelists.length), false, false},
+                             {{{static_cast<double>(map)}, 0, KIND_DS_MAP | KIND_DS_LIST}, true, false},
                              {{{NAN}, 0, KIND_DS_MAP}, false, false},
                              {{{-INFINITY}, 0, KIND_DS_LIST}, false, false},
                              {{{1e300}, 0, KIND_DS_LIST}, false, false},

@@ -109,7 +109,7 @@ public:
     void Reach() {
         ForEachContained([this](const RValue& value) { Add(value); });
         for (const RValue* root : TheState().roots) {
-            Add(*root);
+            Add(StructIn(*root));  // a root's array is counted; after its release the pointer is stale
         }
         for (auto* array = TheState().firstArray; array; array = array->m_next) {
             if (array->m_outside > 0) Add(array);
@@ -162,7 +162,10 @@ public:
 private:
     void Add(const RValue& value) {
         if (RefDynamicArrayOfRValue* array = ArrayIn(value)) Add(array);
-        KXObjectBase* object = StructIn(value);
+        Add(StructIn(value));
+    }
+
+    void Add(KXObjectBase* object) {
         if (!object || object->m_reached) return;
         object->m_reached = true;
         m_structs.push_back(object);
@@ -202,6 +205,7 @@ void Collector::Collect() {
 }
 
 bool Collector::IsDue() {
+    ValueLock lock;
     const State& state = TheState();
     return state.structs + state.arrays > std::max(2 * state.left, kFewObjects);
 }
@@ -210,6 +214,7 @@ void Collector::SafePoint() {
     if (IsDue()) Collect();
     if (g_countSTRING_RValue < kRenumberFrom) return;
     DS_AutoMutex containers;
+    ValueLock values;
     for (auto* array = TheState().firstArray; array; array = array->m_next) {
         array->m_visited = 0;
     }

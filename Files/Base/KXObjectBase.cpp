@@ -27,27 +27,38 @@ KXObjectBase::~KXObjectBase() {
 
 void KXObjectBase::Add(const char* name, RValue& value, int /*flags*/) {
     if (!name) name = "";
+    RValue copy;
+    COPY_RValue(&copy, &value);  // it may be one of those that move
     int place = PlaceOf(name);
     if (place >= 0) {
-        Member& member = m_members[static_cast<size_t>(place)];
-        RValue old = member.value;
-        COPY_RValue(&member.value, &value);
-        FREE_RValue__Pre(&old);  // last: it may hold the new one
+        RValue old = m_members[static_cast<size_t>(place)].value;
+        m_members[static_cast<size_t>(place)].value = copy;
+        FREE_RValue__Pre(&old);
         return;
     }
+    try {
+        Append(name, copy);
+    } catch (...) {
+        FREE_RValue__Pre(&copy);
+        throw;
+    }
+    if (!m_index && m_members.size() > kUnindexedMembers) Index();
+}
+
+/// @throws std::bad_alloc; the struct is then as it was.
+void KXObjectBase::Append(const char* name, const RValue& value) {
     Member member{};
     m_members.push_back(member);
     try {
         KXCreateString(&member.name, name);
-        m_members.back().name = member.name;
         if (m_index) m_index->emplace(TextOf(member.name), Count() - 1);
     } catch (...) {
         m_members.pop_back();
-        if (member.name.str) FREE_RValue__Pre(&member.name);
+        FREE_RValue__Pre(&member.name);
         throw;
     }
-    COPY_RValue(&m_members.back().value, &value);
-    if (!m_index && m_members.size() > kUnindexedMembers) Index();
+    member.value = value;
+    m_members.back() = member;
 }
 
 const RValue* KXObjectBase::Get(const char* name) const {
@@ -59,9 +70,11 @@ bool KXObjectBase::Remove(const char* name) {
     if (place < 0) return false;
     auto at = m_members.begin() + place;
     Member old = *at;
-    m_index.reset();  // every later place changes
+    if (m_index) m_index->erase(TextOf(old.name));
     m_members.erase(at);
-    if (m_members.size() > kUnindexedMembers) Index();
+    for (; m_index && place < Count(); ++place) {
+        m_index->find(TextOf(m_members[static_cast<size_t>(place)].name))->second = place;
+    }
     FREE_RValue__Pre(&old.name);
     FREE_RValue__Pre(&old.value);
     return true;

@@ -57,6 +57,7 @@ private:
     ~KXObjectBase();
 
     [[nodiscard]] int PlaceOf(std::string_view name) const;
+    void Append(const char* name, const RValue& value);
     void Index();
     void ReleaseMembers();
 

@@ -44,11 +44,19 @@ void SET_RValue(RValue* array, RValue* value, KXObjectBase* /*owner*/, int index
     if (!holdsArray || index < 0 || index == INT_MAX) return;
 
     RefDynamicArrayOfRValue* elements = array->arr;
-    Reserve(elements, index + 1);
-    if (elements->m_length <= index) elements->m_length = index + 1;
-
+    RValue copy;
+    COPY_RValue(&copy, value);  // it may be one of those that move
+    try {
+        Reserve(elements, index + 1);
+    } catch (const std::bad_alloc&) {
+        FREE_RValue__Pre(&copy);
+        throw;
+    }
+    for (; elements->m_length <= index; ++elements->m_length) {
+        elements->m_elements[elements->m_length] = RValue{};
+    }
     RValue old = elements->m_elements[index];
-    COPY_RValue(&elements->m_elements[index], value);
+    elements->m_elements[index] = copy;
     FREE_RValue__Pre(&old);
 }
 
@@ -56,9 +64,9 @@ void Array_DecRef(RefDynamicArrayOfRValue* array) {
     if (!array) return;
     LOCK_RVALUE_MUTEX();
     bool last = --array->m_refCount == 0;
+    if (last) Collector::Forget(array);  // at once: a collection must not find what is ending
     UNLOCK_RVALUE_MUTEX();
     if (!last) return;
-    Collector::Forget(array);
 
     // What an element's release brings to its end waits for its turn, so that deep arrays do not make deep calls.
     thread_local RefDynamicArrayOfRValue* waiting = nullptr;

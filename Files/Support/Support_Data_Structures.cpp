@@ -5,6 +5,7 @@
 #include "Files/Code/Code_Function.h"
 #include "Platform/MemoryManager.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdarg>
@@ -114,7 +115,8 @@ bool IsSameKey(const RValue& a, const RValue& b) {
     if (kind == VALUE_STRING) return std::strcmp(TextOf(a), TextOf(b)) == 0;
     if (kind == VALUE_BOOL) return (a.real != 0.0) == (b.real != 0.0);
     if (kind == VALUE_PTR || kind == VALUE_ARRAY || kind == VALUE_OBJECT) return a.ptr == b.ptr;
-    return true;  // undefined, null and the like have one value each
+    bool single = kind == VALUE_UNDEFINED || kind == VALUE_NULL || kind == VALUE_UNSET;
+    return single || a.i64 == b.i64;
 }
 
 // --- maps -----------------------------------------------------------------------------------------------------------
@@ -130,9 +132,9 @@ struct Entry {
 
 template <class T>
 T* AllocZeroed(long long count) {
-    long long bytes = count * static_cast<long long>(sizeof(T));
-    if (count < 0 || bytes > INT_MAX) throw std::bad_alloc();
-    return static_cast<T*>(MemoryManager::Alloc(static_cast<unsigned int>(bytes), __FILE__, __LINE__, true));
+    constexpr auto kSize = static_cast<long long>(sizeof(T));
+    if (count < 0 || count > INT_MAX / kSize) throw std::bad_alloc();
+    return static_cast<T*>(MemoryManager::Alloc(static_cast<unsigned int>(count * kSize), __FILE__, __LINE__, true));
 }
 
 void Append(Bucket* bucket, Node* node) {
@@ -203,7 +205,8 @@ void Free(DS_Table<Container>& table, int index) {
 
 /// The index in a reference of one kind, 0 in any other value.
 int IndexIn(const RValue* reference, unsigned int mark, int length) {
-    bool refers = (reference->kind & (KIND_DS_MAP | KIND_DS_LIST)) == mark;
+    unsigned int marks = reference->kind & (KIND_DS_MAP | KIND_DS_LIST);
+    bool refers = marks == mark || (mark == KIND_DS_MAP && marks > mark);  // with both marks it is a map
     bool inside = refers && reference->real >= 1 && reference->real < length;
     return inside ? static_cast<int>(reference->real) : 0;
 }
@@ -219,7 +222,7 @@ thread_local int t_holds = 0;
 
 // --- maps -----------------------------------------------------------------------------------------------------------
 
-CDS_Map::CDS_Map() : m_pHashTable(nullptr), m_visited(0), pGCProxy(nullptr) {
+CDS_Map::CDS_Map() : m_pHashTable(nullptr), m_visited(0), pGCProxy(nullptr), m_firstUsed(0) {
     auto table = std::make_unique<Hash<MapStore>>();
     table->m_pHashingTable = AllocZeroed<Bucket>(kFirstBuckets);
     table->m_HashingMask = kFirstBuckets - 1;
@@ -272,6 +275,21 @@ void CDS_Map::Clear() {
             FreeNode(node);
         }
     }
+    Shrink();
+}
+
+/// An empty table as it was at first, so that a map that was large once is walked and filled like a new one.
+void CDS_Map::Shrink() {
+    m_firstUsed = 0;
+    if (m_pHashTable->m_HashingMask < kFirstBuckets) return;
+    try {
+        constexpr unsigned int kBytes = kFirstBuckets * sizeof(Bucket);
+        void* fewer = MemoryManager::ReAlloc(m_pHashTable->m_pHashingTable, kBytes, __FILE__, __LINE__, false);
+        m_pHashTable->m_pHashingTable = static_cast<Bucket*>(fewer);
+        m_pHashTable->m_HashingMask = kFirstBuckets - 1;
+    } catch (const std::bad_alloc&) {
+        // the table stays as large as it was
+    }
 }
 
 const MapStore* CDS_Map::FindFirst() const {
@@ -297,10 +315,13 @@ HashNode<MapStore>* CDS_Map::NodeOf(const RValue* key, unsigned int id) const {
 }
 
 HashNode<MapStore>* CDS_Map::FirstFrom(int bucket) const {
-    for (; bucket <= m_pHashTable->m_HashingMask; ++bucket) {
-        if (Node* node = m_pHashTable->m_pHashingTable[bucket].m_pFirst) return node;
+    bool fromStart = bucket <= m_firstUsed;
+    if (fromStart) bucket = m_firstUsed;
+    while (bucket <= m_pHashTable->m_HashingMask && !m_pHashTable->m_pHashingTable[bucket].m_pFirst) {
+        ++bucket;
     }
-    return nullptr;
+    if (fromStart) m_firstUsed = bucket;
+    return bucket <= m_pHashTable->m_HashingMask ? m_pHashTable->m_pHashingTable[bucket].m_pFirst : nullptr;
 }
 
 void CDS_Map::Insert(const RValue* key, const RValue* value, unsigned int id) {
@@ -310,7 +331,9 @@ void CDS_Map::Insert(const RValue* key, const RValue* value, unsigned int id) {
     COPY_RValue(&entry->store.value, value);
     entry->node.m_ID = id;
     entry->node.m_pObj = &entry->store;
-    Append(&m_pHashTable->m_pHashingTable[id & static_cast<unsigned int>(m_pHashTable->m_HashingMask)], &entry->node);
+    unsigned int bucket = id & static_cast<unsigned int>(m_pHashTable->m_HashingMask);
+    Append(&m_pHashTable->m_pHashingTable[bucket], &entry->node);
+    m_firstUsed = std::min(m_firstUsed, static_cast<int>(bucket));
     ++m_pHashTable->m_Count;
 }
 
@@ -330,6 +353,7 @@ void CDS_Map::Grow() {
     MemoryManager::Free(m_pHashTable->m_pHashingTable);
     m_pHashTable->m_pHashingTable = grown;
     m_pHashTable->m_HashingMask = static_cast<int>(mask);
+    m_firstUsed = 0;
 }
 
 // --- lists and grids ------------------------------------------------------------------------------------------------
@@ -469,19 +493,24 @@ int CreateDsMap(int count, ...) {
     auto map = std::make_unique<CDS_Map>();
     va_list entries;
     va_start(entries, count);
+    RValue key{};
+    RValue value{};
+    auto release = [&] {
+        FREE_RValue__Pre(&key);
+        FREE_RValue__Pre(&value);
+        key = value = RValue{};
+    };
     try {
         for (int i = 0; i < count; ++i) {
-            RValue key{};
-            RValue value{};
             KXCreateString(&key, va_arg(entries, const char*));
             value.real = va_arg(entries, double);
             const char* text = va_arg(entries, const char*);
             if (text) KXCreateString(&value, text);
             map->Set(&key, &value);
-            FREE_RValue__Pre(&key);
-            FREE_RValue__Pre(&value);
+            release();
         }
     } catch (...) {
+        release();
         va_end(entries);
         throw;
     }

@@ -49,8 +49,12 @@ struct Hash {
 };
 
 /// A map. Keys are equal when they are the same text, the same number whatever its kind, or the same value of another
-/// kind; NaN is equal to itself. The walk goes through the buckets from the first and in each through the chain; its
-/// order depends on the keys and on the order of their coming alone, and is the same on every target.
+/// kind; NaN is equal to itself.
+///
+/// The walk goes through the buckets from the first and in each through the chain. For texts, numbers and bools its
+/// order depends on what was added and deleted since the map was empty, and is the same on every target; arrays,
+/// structs and pointers are keys by their address. Whoever chooses the keys can choose many that share a bucket:
+/// finding one of them takes as long as looking through them.
 class CDS_Map {
 public:
     CDS_Map();
@@ -90,6 +94,9 @@ private:
     HashNode<MapStore>* FirstFrom(int bucket) const;
     void Insert(const RValue* key, const RValue* value, unsigned int id);
     void Grow();
+    void Shrink();
+
+    mutable int m_firstUsed;  // no bucket below it has an entry
 };
 
 // --- lists and grids -----------------------------------------------------------------------------------------------
