@@ -11,7 +11,7 @@
 namespace kx {
 namespace {
 
-/// The one place where C++ exceptions become script errors.
+/// Here the C++ exceptions of handlers become script errors.
 void CallHandler(const FunctionRecord& record, RValue* result, RValue* arguments) {
     try {
         record.routine(*result, nullptr, nullptr, record.argc, arguments);
@@ -25,11 +25,31 @@ void CallHandler(const FunctionRecord& record, RValue* result, RValue* arguments
     }
 }
 
+/// Pushes the position of the nearest caller that is a script: pcall and its like stand between now and then.
+void PushPosition(lua_State* L) {
+    lua_Debug caller;
+    int level = 1;
+    while (lua_getstack(L, level, &caller) && lua_getinfo(L, "l", &caller) && caller.currentline <= 0) {
+        ++level;
+    }
+    luaL_where(L, level);
+}
+
 int RaiseWithPosition(lua_State* L, const std::string& text) {
-    luaL_where(L, 1);
+    PushPosition(L);
     lua_pushlstring(L, text.data(), text.size());
     lua_concat(L, 2);
     return lua_error(L);
+}
+
+/// @return false without the memory for them. Lua's own errors pass.
+bool TakeArguments(lua_State* L, const FunctionRecord& record, CallArguments* arguments) {
+    try {
+        arguments->Take(L, record);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 int Call(lua_State* L) {
@@ -37,10 +57,13 @@ int Call(lua_State* L) {
     int given = lua_gettop(L);
     if (given != record.argc) {
         const char* plural = record.argc == 1 ? "" : "s";
-        return luaL_error(L, "%s takes %d argument%s, but %d given", record.name, record.argc, plural, given);
+        return RaiseWithPosition(L, std::string(record.name) + " takes " + std::to_string(record.argc) + " argument" +
+                                        plural + ", but " + std::to_string(given) + " given");
     }
     CallArguments arguments;
-    arguments.Take(L, record);
+    if (!TakeArguments(L, record, &arguments)) {
+        return RaiseWithPosition(L, std::string(record.name) + ": not enough memory");
+    }
     OwnedValue result;
     CallHandler(record, &result.value, arguments.Data());
 

@@ -6,6 +6,7 @@
 #include "Runner/Version.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -21,6 +22,8 @@ const Library kClosedLibraries[] = {
     {LUA_GNAME, luaopen_base},       {LUA_STRLIBNAME, luaopen_string}, {LUA_TABLIBNAME, luaopen_table},
     {LUA_MATHLIBNAME, luaopen_math}, {LUA_UTF8LIBNAME, luaopen_utf8},  {LUA_COLIBNAME, luaopen_coroutine},
 };
+
+constexpr lua_Integer kMaxStatus = 255;
 
 const char* const kClosedOs[] = {"time", "clock", "date", "difftime"};
 
@@ -64,7 +67,9 @@ int LoadModule(lua_State* L, const char* name) {
 
 /// require(name): the module's value, loaded at the first call.
 int Require(lua_State* L) {
-    const char* name = luaL_checkstring(L, 1);
+    size_t length = 0;
+    const char* name = luaL_checklstring(L, 1, &length);
+    luaL_argcheck(L, std::strlen(name) == length, 1, "a name with a zero byte");
     lua_settop(L, 1);
     luaL_getsubtable(L, LUA_REGISTRYINDEX, LUA_LOADED_TABLE);  // index 2
     lua_getfield(L, 2, name);
@@ -101,10 +106,20 @@ using ExitFunction = void (*)(int);
 
 /// kx.exit([status]): ends the program here and now; nothing can catch it.
 int Exit(lua_State* L) {
-    auto status = static_cast<int>(luaL_optinteger(L, 1, 0));
+    lua_Integer status = luaL_optinteger(L, 1, 0);
+    luaL_argcheck(L, status >= 0 && status <= kMaxStatus, 1, "an exit status is 0 to 255");
     auto atExit = reinterpret_cast<ExitFunction>(lua_touserdata(L, lua_upvalueindex(1)));
-    atExit(status);
+    atExit(static_cast<int>(status));
     return 0;
+}
+
+/// os.exit([status]), where true is 0 and false 1: ends the program as kx.exit does, so that files are written.
+int OsExit(lua_State* L) {
+    if (lua_isboolean(L, 1)) {
+        lua_pushinteger(L, lua_toboolean(L, 1) ? 0 : 1);
+        lua_replace(L, 1);
+    }
+    return Exit(L);
 }
 
 void OpenKx(lua_State* L, ExitFunction atExit) {
@@ -153,8 +168,13 @@ void OpenClosed(lua_State* L) {
     lua_setglobal(L, "require");
 }
 
-void OpenEverything(lua_State* L) {
+void OpenEverything(lua_State* L, ExitFunction atExit) {
     luaL_openlibs(L);
+    lua_getglobal(L, LUA_OSLIBNAME);
+    lua_pushlightuserdata(L, reinterpret_cast<void*>(atExit));
+    lua_pushcclosure(L, OsExit, 1);
+    lua_setfield(L, -2, "exit");
+    lua_pop(L, 1);
     lua_getglobal(L, LUA_LOADLIBNAME);
     lua_getfield(L, -1, "searchers");
     lua_pushcfunction(L, SearchBundle);
@@ -168,7 +188,7 @@ void OpenLibraries(lua_State* L, Containment containment, ExitFunction atExit) {
     if (containment == Containment::closed) {
         OpenClosed(L);
     } else {
-        OpenEverything(L);
+        OpenEverything(L, atExit);
     }
     OpenKx(L, atExit);
 }

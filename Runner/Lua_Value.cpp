@@ -130,6 +130,7 @@ private:
         size_t length = 0;
         const char* text = lua_tolstring(m_lua, top, &length);
         if (std::memchr(text, 0, length)) Refuse("a table that holds a string with a zero byte");
+        if (length > INT_MAX) Refuse("a table that holds a string over 2 GiB");
         KXCreateString(&element.value, text);
         SET_RValue(array, &element.value, nullptr, i);
     }

@@ -54,15 +54,24 @@ std::string ScriptName(const Options& options) {
     return ends ? name.substr(0, dot) : name;
 }
 
+/// What is wrong with a folder's name; empty for nothing. An empty variable in "--save=$FOLDER" takes the next option
+/// as its value.
+std::string FaultOfFolder(const std::string& name) {
+    if (name.empty()) return "a folder has no name";
+    return name[0] == '-' ? "\"" + name + "\" is no folder; write ./" + name + " if it is one" : "";
+}
+
 }  // namespace
 
 int ParseOptions(int argc, char** argv, Options* options) {
     CLI::App app("Runs a game script: Lua with the file-and-data built-ins, without a window.", "kxrun");
     std::string durability = "full";
     bool version = false;
-    app.add_option("--save", options->save, "Folder that the script may write")->type_name("DIR");
+    CLI::Validator folder(FaultOfFolder, "", "folder");
+    app.add_option("--save", options->save, "Folder that the script may write")->type_name("DIR")->check(folder);
     app.add_option("--bundle", options->bundle, "Folder with what the game ships, read only; default: the script's")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(folder);
     app.add_option("--durability", durability, "full: a closed file is on the disk; none: faster, for tests")
         ->check(CLI::IsMember({"full", "none"}));
     app.add_option("-e", options->code, "Run a chunk of Lua; may be given more than once")
@@ -70,7 +79,7 @@ int ParseOptions(int argc, char** argv, Options* options) {
         ->allow_extra_args(false);
     app.add_flag("-i", options->interactive, "Prompt for Lua, after the script if there is one");
     app.add_flag("--list", options->list, "List the built-ins with their number of arguments");
-    app.add_flag("--unsafe", options->unsafe, "Open all of Lua to the script: io, os, debug, native modules");
+    app.add_flag("--unsafe", options->unsafe, "Open all of Lua to the script: io, os, debug");
     app.add_flag("--version", version, "Print the version");
     app.prefix_command();
     app.footer(kFooter);

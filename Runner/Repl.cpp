@@ -163,12 +163,21 @@ std::optional<int> ReadChunk(lua_State* L, LineEditor* editor) {
     return loaded;
 }
 
+/// Calls the script's own print, which may be anything, and so may the global table.
+int CallPrint(lua_State* L) {
+    int count = lua_gettop(L);
+    lua_getglobal(L, "print");
+    lua_insert(L, 1);
+    lua_call(L, count, 0);
+    return 0;
+}
+
 void PrintResults(lua_State* L) {
     int count = lua_gettop(L);
     if (count == 0) return;
-    lua_getglobal(L, "print");
+    lua_pushcfunction(L, CallPrint);
     lua_insert(L, 1);
-    if (lua_pcall(L, count, 0, 0) != LUA_OK) PrintError(lua_tostring(L, -1));
+    if (!CallWithTraceback(L, count, 0)) PrintError(lua_tostring(L, -1));
 }
 
 }  // namespace
@@ -177,13 +186,13 @@ void RunRepl(lua_State* L) {
     LineEditor editor(L);
     bool terminal = ::isatty(STDIN_FILENO);
     if (terminal) {
-        std::printf("kxrun %s, %s. Tab completes names, Ctrl-D ends.\n", kVersion, kLuaVersion);
+        std::fprintf(stderr, "kxrun %s, %s. Tab completes names, Ctrl-D ends.\n", kVersion, kLuaVersion);
     }
     for (;;) {
         lua_settop(L, 0);
         std::optional<int> loaded = ReadChunk(L, &editor);
         if (!loaded) {
-            if (terminal) std::printf("\n");
+            if (terminal) std::fprintf(stderr, "\n");
             return;
         }
         if (*loaded == LUA_OK && CallWithTraceback(L, 0, LUA_MULTRET)) {

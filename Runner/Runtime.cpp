@@ -22,22 +22,25 @@ namespace {
 constexpr int kScriptError = 1;
 constexpr int kWrongUsage = 2;
 
-bool g_unwritten = false;
+bool g_scriptFailed = false;
+bool g_endFailed = false;
 
-/// At the end no script is left to be told: each file that could not be written is named.
-void ReportUnwritten(const char* text) {
-    g_unwritten = true;
+/// At the end no script is left to be told, and Lua swallows what its finalisers meet.
+void ReportAtTheEnd(const char* text) {
+    g_endFailed = true;
     PrintError(text);
 }
 
-/// Ends the module and the host: everything that is open for writing is written back.
+/// Ends the module and the host: everything that is open for writing is written back, but after a failure nothing that
+/// would replace a good save.
 /// @return true where all of it is on the disk.
 bool CloseFiles() {
-    KXSetErrorHandler(ReportUnwritten);
+    KXSetErrorHandler(ReportAtTheEnd);
+    if (g_scriptFailed) LoadSave::DiscardUnfinished();
     FINALIZE_Function_File();
     LoadSave::Shutdown();
     KXSetErrorHandler(nullptr);
-    return !g_unwritten;
+    return !g_endFailed;
 }
 
 /// Output that nobody can read any more is no reason to lose a save: the end reports it.
@@ -50,7 +53,7 @@ bool FlushOutput() {
 void ExitNow(int status) {
     bool written = CloseFiles();
     bool printed = FlushOutput();
-    std::exit(written && printed ? status : kScriptError);
+    std::exit(written && printed && !g_scriptFailed ? status : kScriptError);
 }
 
 /// Message handler: the error as a text, with a traceback.
@@ -79,6 +82,7 @@ int CannotUse(const char* what, const std::string& folder, int reason, const cha
 
 int Runtime::Run() {
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe ends the output, not the script
+    std::signal(SIGXFSZ, SIG_IGN);  // a file beyond the process's limit is a write that fails
     InitFileFunctions();
     if (m_options.list) {
         ListBuiltIns();
@@ -153,9 +157,12 @@ bool Runtime::CallChunk(int loaded, int parameters) {
     return false;
 }
 
-/// The order matters: after a failure nothing may replace a good save, not even what finalisers close.
+/// The order matters: after a failure nothing may replace a good save, neither what finalisers close nor what they
+/// open.
 int Runtime::End(bool failed) {
+    g_scriptFailed = failed;
     if (failed) LoadSave::DiscardUnfinished();
+    KXSetErrorHandler(ReportAtTheEnd);
     m_lua.reset();
     bool written = CloseFiles();
     bool printed = FlushOutput();
@@ -174,7 +181,8 @@ bool CallWithTraceback(lua_State* L, int arguments, int results) {
 void PrintError(const char* text) {
     bool coloured = ::isatty(STDERR_FILENO) && !std::getenv("NO_COLOR");
     std::fflush(stdout);  // what the script said before comes first
-    std::fprintf(stderr, coloured ? "\033[31mkxrun:\033[0m %s\n" : "kxrun: %s\n", text);
+    std::fprintf(stderr, coloured ? "\033[31mkxrun:\033[0m %s\n" : "kxrun: %s\n",
+                 text ? text : "(an error without a text)");
 }
 
 }  // namespace kx

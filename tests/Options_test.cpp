@@ -76,7 +76,15 @@ TEST(Options, OneDashIsStandardInput) {
 }
 
 TEST(Options, WrongUsageIsStatusTwoAndSaysWhatToDo) {
-    const Words lines[] = {{}, {"--nonsense"}, {"-z"}, {"--durability", "some", "x.lua"}, {"--save"}, {"-e"}};
+    const Words lines[] = {{},
+                           {"--nonsense"},
+                           {"-z"},
+                           {"--durability", "some", "x.lua"},
+                           {"--save"},
+                           {"-e"},
+                           {"--save", "", "x.lua"},
+                           {"--save=", "-e", "x"},
+                           {"--bundle", "-i", "x.lua"}};
     for (const Words& line : lines) {
         Parsed parsed = Parse(line);
 
