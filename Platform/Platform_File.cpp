@@ -12,6 +12,9 @@ const char kTemporaryPrefix[] = ".kxtmp-";
 
 namespace {
 
+/// What the C library adds to every open of its own where off_t once had 32 bits; openat2 it leaves to its callers.
+constexpr unsigned int kLargeFile = O_LARGEFILE;
+
 bool IsLink(int directory, const std::string& leaf) {
     int reason = errno;
     struct stat status {};
@@ -58,6 +61,7 @@ Descriptor RefuseLink(Descriptor file) {
 Descriptor OpenBeneath(int root, const std::string& name, int flags, mode_t mode) {
     open_how how{};
     how.flags = static_cast<unsigned int>(flags | O_CLOEXEC);
+    if (!(flags & O_PATH)) how.flags |= kLargeFile;
     how.mode = mode;
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
     const char* path = name.empty() ? "." : name.c_str();

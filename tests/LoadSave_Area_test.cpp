@@ -52,6 +52,7 @@ TEST_F(Areas, NamesMeanPlacesBelowTheRoot) {
         {"..a/b..", "..a/b.."},
         {" a ", " a "},
         {"\xC3\xA4/\xE2\x82\xAC", "\xC3\xA4/\xE2\x82\xAC"},
+        {"\xC2\xA0\xC3\x9B", "\xC2\xA0\xC3\x9B"},
         {"C:\\a", "C:/a"},
         {".hidden", ".hidden"},
         {"a/" + std::string(300, '*'), nullptr},  // a mask may be longer than any name
@@ -89,6 +90,10 @@ TEST_F(Areas, NamesThatLeaveTheAreaOrAreNoNamesAreRefusedWithTheReason) {
         {"a\nb", "holds control characters"},
         {"\x1b[31m", "holds control characters"},
         {"\x7f", "holds control characters"},
+        {"x\xC2\x9B"
+         "31m",
+         "holds control characters"},
+        {"\xC2\x80", "holds control characters"},
         {"\xff", "is not UTF-8"},
         {"a\xC3", "is not UTF-8"},
         {"\xC0\xAF", "is not UTF-8"},
@@ -172,6 +177,25 @@ TEST_F(Areas, AnAreaIsADirectoryThatCanBeUsed) {
 
     EXPECT_EQ(Resolved("still"), Save("still").string());
     EXPECT_EQ(Resolved("still", LoadSave::_GetBundleFileName), Bundle("still").string());
+}
+
+TEST_F(Areas, NoRuleForNamesIsForTheRootsOwnPath) {
+    for (const char* odd : {"m\xFCller", "tab\there", ".kxtmp-x", "esc\x1b"}) {
+        SCOPED_TRACE(odd);
+        fs::path root = Save().parent_path() / odd / "save";
+        ASSERT_EQ(LoadSave::SetSaveArea(root.c_str()), 0);
+        char path[kMaxPath];
+        ASSERT_EQ(LoadSave::_GetSaveFileName(path, kMaxPath, "folder/file"), 0);
+
+        _KXFILE* file = LoadSave::fopen(path, "w");
+        ASSERT_NE(file, nullptr);
+        LoadSave::fputs(file, "x");
+        EXPECT_EQ(LoadSave::fclose(file), 0);
+
+        EXPECT_EQ(ReadWholeFile(root / "folder" / "file"), "x");
+        EXPECT_EQ(Resolved((root.string() + "/a\nb").c_str()), "");
+        EXPECT_EQ(Resolved((root.string() + "/../x").c_str()), "");
+    }
 }
 
 TEST_F(Areas, AMissingSaveAreaIsMade) {

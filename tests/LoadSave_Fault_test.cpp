@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <new>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -173,6 +174,33 @@ INSTANTIATE_TEST_SUITE_P(Extents, EveryFault, ::testing::Values(Extent::once, Ex
                              if (extent.param == Extent::once) return "once";
                              return extent.param == Extent::makingCalls ? "full_from_then_on" : "dead_from_then_on";
                          });
+
+TEST_F(Faults, ACloseWithoutMemoryIsAFailedSaveLikeAnyOther) {
+    WriteWholeFile(Save(kName), kOld);
+    int descriptors = OpenDescriptors();
+    long long blocks = MemoryManager::Stats().blocks;
+    for (const char* call : {"fstatat", "write", "fdatasync"}) {  // what follows each can throw
+        SCOPED_TRACE(call);
+        _KXFILE* file = LoadSave::fopen(kName, "w");
+        LoadSave::fputs(file, kNew.c_str());
+        FaultySystemCalls faults;
+        bool thrown = false;
+        faults.OnCall([&] {
+            bool now = !thrown && !faults.Calls().empty() && faults.Calls().back() == call;
+            if (!now) return;
+            thrown = true;
+            throw std::bad_alloc();
+        });
+
+        EXPECT_EQ(LoadSave::fclose(file), -1);
+
+        EXPECT_TRUE(thrown);
+        EXPECT_NE(TakeError().find(std::strerror(ENOMEM)), std::string::npos);
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(MemoryManager::Stats().blocks, blocks);
+    EXPECT_FALSE(Contents().empty());
+}
 
 TEST_F(Faults, ARenamedFileIsThereUnderOneNameOrTheOther) {
     for (Extent extent : {Extent::once, Extent::makingCalls, Extent::everything}) {

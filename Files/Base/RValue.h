@@ -92,12 +92,12 @@ void COPY_RValue(RValue* dest, const RValue* source);
 ///
 /// Reals print as integers where they are integral below 1e15, else in the fewest digits that read back the same;
 /// strings as they are; bools `true` and `false`; undefined `undefined`; a null pointer `null`; arrays `[ 1,2 ]` and
-/// structs `{ a : 1, b : 2 }`, in which one that is being printed already stands as `null`. Kinds without a text print
+/// structs `{ a : 1, b : 2 }`, in which one that holds itself directly stands as `null`. Kinds without a text print
 /// nothing.
 /// @param pos     where to write in the text; moved to the new terminator.
 /// @param buffer  the text, host memory; replaced when it has to grow.
 /// @param size    bytes allocated at `buffer`.
-/// @throws KXRecursionLimit for containers nested deeper than kx::kMaxNesting; std::bad_alloc.
+/// @throws KXRecursionLimit for longer circles and for containers nested deeper than kx::kMaxNesting; std::bad_alloc.
 /// @thread script thread
 void STRING_RValue(char** pos, char** buffer, int* size, const RValue* v);
 

@@ -27,9 +27,13 @@ std::string Format(const char* format, va_list arguments) {
 
 /// Messages quote names that scripts and archives made up: nothing of them may drive the terminal.
 void ShowControlCharacters(std::string* text) {
-    for (char& c : *text) {
+    for (size_t i = 0; i < text->size(); ++i) {
+        char& c = (*text)[i];
         bool control = static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
         if (control && c != '\n' && c != '\t') c = '?';
+        auto next = static_cast<unsigned char>(i + 1 < text->size() ? (*text)[i + 1] : 0);
+        bool upper = c == '\xC2' && next >= 0x80 && next < 0xA0;  // U+0080 to U+009F
+        if (upper) text->replace(i, 2, "?");
     }
 }
 

@@ -4,12 +4,13 @@
 #include "Files/Function/Function_File_Internal.h"
 #include "Platform/MemoryManager.h"
 
+#include <climits>
 #include <cstring>
 
 namespace {
 
-constexpr int FIRST_LINE_SIZE = 1024;
-constexpr int LINE_GROWTH = 1024;
+constexpr unsigned int FIRST_LINE_SIZE = 1024;
+constexpr unsigned int LINE_GROWTH = 1024;
 constexpr int NUMBER_SIZE = 1024;
 
 // --- slots ---------------------------------------------------------------------------------------------------------
@@ -96,18 +97,19 @@ struct LineText {
     LineText& operator=(const LineText&) = delete;
     ~LineText() { MemoryManager::Free(text); }
 
-    void Grow(int more) {
-        unsigned int size = static_cast<unsigned int>(capacity) + static_cast<unsigned int>(more);
-        text = static_cast<char*>(MemoryManager::ReAlloc(text, size, MODULE_SOURCE, __LINE__, clear));
+    void Grow(unsigned int more) {
+        text = static_cast<char*>(MemoryManager::ReAlloc(text, capacity + more, MODULE_SOURCE, __LINE__, clear));
         capacity += more;
     }
 
+    void Advance(int taken) { count += static_cast<unsigned int>(taken); }
+
     char* End() { return text + count; }
-    int Room() const { return capacity - count; }
+    int Room() const { return capacity - count > INT_MAX ? INT_MAX : static_cast<int>(capacity - count); }
 
     bool clear;
-    int capacity;
-    int count = 0;
+    unsigned int capacity;  // of a line of 2 GB: more than an int holds
+    unsigned int count = 0;
     char* text;
 };
 
@@ -190,7 +192,7 @@ void F_FileTextReadString(RValue& result, CInstance*, CInstance*, int, RValue* a
     if (!file) return;
     LineText line(false);
     for (;;) {
-        line.count += LoadSave::ReadToLineEnd(file, line.End(), line.Room());
+        line.Advance(LoadSave::ReadToLineEnd(file, line.End(), line.Room()));
         if (LoadSave::kxfeoln(file)) break;
         line.Grow(line.capacity / 2);
     }
@@ -211,7 +213,7 @@ void F_FileTextReadLn(RValue& result, CInstance*, CInstance*, int, RValue* arg) 
     if (!file) return;
     LineText line(true);  // cleared, so that the text always ends
     for (;;) {
-        line.count += LoadSave::ReadThroughLine(file, line.End(), line.Room() - 1);
+        line.Advance(LoadSave::ReadThroughLine(file, line.End(), line.Room() - 1));
         bool ended = LoadSave::kxfeof(file) || line.End()[-1] == '\n';
         if (ended) break;
         line.Grow(LINE_GROWTH);

@@ -22,8 +22,14 @@ bool IsBlank(char c) {
     return c == ' ';
 }
 
-bool IsControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+/// True for a name with characters that drive a terminal: below the blank, delete, and those from U+0080 to U+009F.
+bool HasControls(std::string_view name) {
+    for (size_t i = 0; i < name.size(); ++i) {
+        auto c = static_cast<unsigned char>(name[i]);
+        auto next = static_cast<unsigned char>(i + 1 < name.size() ? name[i + 1] : 0);
+        if (c < 0x20 || c == 0x7F || (c == 0xC2 && next >= 0x80 && next < 0xA0)) return true;
+    }
+    return false;
 }
 
 /// What is wrong with a name before its components are looked at; null for nothing.
@@ -32,7 +38,7 @@ const char* FaultOf(std::string_view name) {
     bool absolute = name[0] == '/' || name[0] == '\\';
     auto limit = static_cast<size_t>(absolute ? kMaxLongPath : kMaxPath);
     if (name.size() >= limit) return "is too long";
-    if (std::any_of(name.begin(), name.end(), IsControl)) return "holds control characters";
+    if (HasControls(name)) return "holds control characters";
     if (!IsUtf8(name)) return "is not UTF-8";
     return nullptr;
 }
@@ -93,12 +99,20 @@ int MakeRoot(const std::string& path) {
 std::optional<std::string> Area::Place(const char* name, const char** fault) const {
     const char* ignored = nullptr;
     const char** wrong = fault ? fault : &ignored;
-    *wrong = name ? FaultOf(name) : "is missing";
+    *wrong = name ? nullptr : "is missing";
     if (!*wrong && !IsSet()) *wrong = "has no area to be in";
     if (*wrong) return std::nullopt;
 
     std::string path(name);
     std::replace(path.begin(), path.end(), '\\', '/');
+    if (std::optional<std::string> below = BelowRoot(path)) {
+        // The root's own path is the embedder's: no rule for scripts' names is for it.
+        const char* faultBelow = below->empty() ? nullptr : FaultOf(*below);
+        std::string place = Normalised(*below, &faultBelow);
+        if (!faultBelow) return place;
+    }
+    *wrong = FaultOf(name);
+    if (*wrong) return std::nullopt;
     std::string place = Normalised(path, wrong);
     if (*wrong) return std::nullopt;
     if (path[0] != '/') return place;
@@ -164,6 +178,7 @@ int DirectoryArea::SetRoot(const char* directory, bool create) {
     const char* ignored = nullptr;
     std::string written = "/" + Normalised(path, &ignored);
     std::string canonical = Canonical(path);
+    if (canonical.empty()) return ENOENT;  // removed meanwhile
     bool same = Canonical(written) == canonical;
     SetPaths(same ? written : canonical, canonical);
     m_root = std::move(root);
@@ -264,15 +279,15 @@ Contents LoadOpenFile(const Descriptor& file, const struct stat& status, const s
 }
 
 DirectoryArea& SaveArea() {
-    static DirectoryArea area("save area");
-    return area;
+    static auto* area = new DirectoryArea("save area");  // files are closed while static objects are destroyed
+    return *area;
 }
 
 namespace {
 
 std::unique_ptr<Area>& Bundle() {
-    static std::unique_ptr<Area> area = std::make_unique<DirectoryArea>("bundle area");
-    return area;
+    static auto* area = new std::unique_ptr<Area>(std::make_unique<DirectoryArea>("bundle area"));
+    return *area;
 }
 
 }  // namespace

@@ -67,18 +67,32 @@ _KXFILE* Enrol(FileOwner file) {
 
 /// Takes an empty file that the open made away again, so that a failed save does not leave one behind.
 void RemoveIfCreatedEmpty(const _KXFILE* file) {
-    std::optional<std::string> place = file->created ? SaveArea().Place(file->pName) : std::nullopt;
-    if (!place) return;
-    struct stat status {};
-    Descriptor existing = SaveArea().OpenFile(*place, O_RDONLY, &status);
-    if (existing && status.st_size == 0) LoadSave::RemoveSaveFile(file->pName);
+    if (!file->created) return;
+    try {
+        std::optional<std::string> place = SaveArea().Place(file->pName);
+        struct stat status {};
+        Descriptor existing = place ? SaveArea().OpenFile(*place, O_RDONLY, &status) : Descriptor();
+        if (existing && status.st_size == 0) LoadSave::RemoveSaveFile(file->pName);
+    } catch (const std::bad_alloc&) {
+        // it stays: empty, and no loss
+    }
+}
+
+/// Without the memory for it a file is not written, like any other that fails: its owner must still end it.
+/// @return 0 or an errno value.
+int Replace(const _KXFILE* file) {
+    try {
+        std::optional<std::string> place = SaveArea().Place(file->pName);
+        return place ? SaveArea().Replace(*place, file->pBuff->m_data, file->pBuff->m_size) : EXDEV;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
 }
 
 /// @return 0, or -1 after KXError.
 int WriteBack(_KXFILE* file) {
     if (!file->writeBack || !file->changed) return 0;
-    std::optional<std::string> place = SaveArea().Place(file->pName);
-    int reason = place ? SaveArea().Replace(*place, file->pBuff->m_data, file->pBuff->m_size) : EXDEV;
+    int reason = Replace(file);
     if (reason == 0) {
         file->changed = false;
         return 0;
