@@ -233,18 +233,20 @@ TEST_F(Kxrun, AFinaliserDoesNotWriteAfterAFailureEither) {
 }
 
 TEST_F(Kxrun, AFileThatCannotBeWrittenAtTheEndIsStatusOne) {
-    // A file-size limit of 0 makes every write fail.
-    std::string command = std::string("ulimit -f 0; exec '") + KXRUN + "' --save '" + Save().string() +
-                          "' -e \"file_text_write_string(file_text_open_write('late.txt'), 'x')\" 2>/dev/null";
+    // A file-size limit of 64 KB makes a larger write fail.
+    std::string command =
+        std::string("ulimit -f 64; exec '") + KXRUN + "' --save '" + Save().string() +
+        "' -e \"file_text_write_string(file_text_open_write('late.txt'), ('x'):rep(1000000))\" 2>/dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
     EXPECT_FALSE(std::filesystem::exists(Save() / "late.txt"));
 }
 
 TEST_F(Kxrun, AFinaliserThatCannotWriteIsStatusOne) {
     WriteWholeFile(Save() / "late.txt", "old");
-    WriteWholeFile(Folder("script.lua"), "local w = file_text_open_write('late.txt') file_text_write_string(w, 'new')\n"
-                                         "setmetatable({}, {__gc = function() file_text_close(w) end})");
-    std::string command = std::string("ulimit -f 0; exec '") + KXRUN + "' --save '" + Save().string() + "' '" +
+    WriteWholeFile(Folder("script.lua"),
+                   "local w = file_text_open_write('late.txt') file_text_write_string(w, ('n'):rep(1000000))\n"
+                   "setmetatable({}, {__gc = function() file_text_close(w) end})");
+    std::string command = std::string("ulimit -f 64; exec '") + KXRUN + "' --save '" + Save().string() + "' '" +
                           Folder("script.lua").string() + "' 2>/dev/null";
 
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
@@ -264,8 +266,8 @@ TEST_F(Kxrun, AFinaliserOfAFailedScriptNeitherReplacesAGoodSaveNorHidesTheFailur
 }
 
 TEST_F(Kxrun, AFileBeyondTheProcesssLimitIsAScriptError) {
-    std::string command = std::string("ulimit -f 0; exec '") + KXRUN + "' --save '" + Save().string() +
-                          "' -e \"local w = file_text_open_write('x') file_text_write_string(w, 'x') "
+    std::string command = std::string("ulimit -f 64; exec '") + KXRUN + "' --save '" + Save().string() +
+                          "' -e \"local w = file_text_open_write('x') file_text_write_string(w, ('x'):rep(1000000)) "
                           "kx.exit(pcall(file_text_close, w) and 3 or 4)\"";
 
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 4);
