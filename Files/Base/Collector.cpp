@@ -235,37 +235,40 @@ Collector::Statistics Collector::Stats() {
     return {TheState().structs, TheState().arrays};
 }
 
+template <class Object>
+void Collector::Link(Object** first, Object* object) {
+    object->m_next = *first;
+    if (*first) (*first)->m_previous = object;
+    *first = object;
+}
+
+template <class Object>
+void Collector::Unlink(Object** first, Object* object) {
+    (object->m_previous ? object->m_previous->m_next : *first) = object->m_next;
+    if (object->m_next) object->m_next->m_previous = object->m_previous;
+}
+
 void Collector::Adopt(KXObjectBase* object) {
     ValueLock lock;
-    State& state = TheState();
-    object->m_next = state.firstStruct;
-    if (state.firstStruct) state.firstStruct->m_previous = object;
-    state.firstStruct = object;
-    ++state.structs;
+    Link(&TheState().firstStruct, object);
+    ++TheState().structs;
 }
 
 void Collector::Adopt(RefDynamicArrayOfRValue* array) {
     ValueLock lock;
-    State& state = TheState();
-    array->m_next = state.firstArray;
-    if (state.firstArray) state.firstArray->m_previous = array;
-    state.firstArray = array;
-    ++state.arrays;
+    Link(&TheState().firstArray, array);
+    ++TheState().arrays;
 }
 
 void Collector::Forget(RefDynamicArrayOfRValue* array) {
     ValueLock lock;
-    State& state = TheState();
-    (array->m_previous ? array->m_previous->m_next : state.firstArray) = array->m_next;
-    if (array->m_next) array->m_next->m_previous = array->m_previous;
-    --state.arrays;
+    Unlink(&TheState().firstArray, array);
+    --TheState().arrays;
 }
 
 void Collector::Free(KXObjectBase* object) {
     ValueLock lock;
-    State& state = TheState();
-    (object->m_previous ? object->m_previous->m_next : state.firstStruct) = object->m_next;
-    if (object->m_next) object->m_next->m_previous = object->m_previous;
-    --state.structs;
+    Unlink(&TheState().firstStruct, object);
+    --TheState().structs;
     delete object;
 }

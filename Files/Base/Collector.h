@@ -49,5 +49,9 @@ public:
 private:
     class Walk;
 
+    template <class Object>
+    static void Link(Object** first, Object* object);
+    template <class Object>
+    static void Unlink(Object** first, Object* object);
     static void Free(KXObjectBase* object);
 };

@@ -82,9 +82,8 @@ public:
 
     /// Gives a file of the save area another name there, in one step; a file that has the name is replaced. No
     /// directories are made.
-    /// @return 0; -1, with errno set, where nothing was renamed: EBUSY, with a line on dbg_csol, for a file that is
-    /// open
-    ///         for writing, for what it will hold is not on the disk before its close.
+    /// @return 0; -1, with errno set, where nothing was renamed: EBUSY, with a line on dbg_csol, for a file open for
+    ///         writing. What it will hold is not on the disk before its close.
     static int RenameSaveFile(const char* oldPath, const char* newPath);
 
     /// @param size  set to the length in bytes.
@@ -187,10 +186,9 @@ private:
 /// Opens a file of the areas as a stream of the standard library, whose fread, fwrite and fclose work on it; for files
 /// that are too large for memory.
 /// @param path  full path, as the resolvers write it.
-/// @param mode  "rb": the file of either area, where the system itself can open it; "wb": a file of the save area,
-/// whose
-///              directory is there. What "wb" writes takes the file's place in one step at the close: until then, and
-///              where that fails, the file is as it was, and a line on dbg_csol says why.
+/// @param mode  "rb": the file of either area, where the system itself can open it. "wb": a file of the save area; its
+///              directory has to be there. What "wb" writes takes the file's place in one step at the close: until
+///              then, and where that fails, the file is as it was, and a line on dbg_csol says why.
 /// @return null, with errno set, where it cannot be opened; an empty path cannot.
 /// @thread any; one stream on one thread at a time
 FILE* KXOpenStream(const char* path, const char* mode);
