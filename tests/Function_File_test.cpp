@@ -60,6 +60,10 @@ const Row kRows[] = {
     {"parameter_count", F_ParameterCount, 0, false},
     {"parameter_string", F_ParameterString, 1, false},
     {"environment_get_variable", F_EnvironmentGetVariable, 1, false},
+    {"json_encode", F_JsonEncode, 1, false},
+    {"json_decode", F_JsonDecode, 1, false},
+    {"json_stringify", F_JsonEncodeExt, 1, false},
+    {"json_parse", F_JsonDecodeExt, 1, false},
 };
 
 class ModuleFrame : public AreasTest {

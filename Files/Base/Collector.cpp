@@ -4,6 +4,7 @@
 #include "Files/Base/KXObjectBase.h"
 #include "Files/Base/RefDynamicArray.h"
 #include "Files/Support/Support_Data_Structures.h"
+#include "Platform/MemoryManager.h"
 
 #include <algorithm>
 #include <new>
@@ -12,8 +13,9 @@
 
 namespace {
 
-/// Fewer than this are not worth a collection.
+/// Fewer than this are not worth a collection, nor are fewer bytes.
 constexpr long long kFewObjects = 20000;
+constexpr long long kFewBytes = 32 << 20;
 
 /// Two steps of the counter for each container that is written: far from the end of its 32 bits.
 constexpr unsigned int kRenumberFrom = 1u << 31;
@@ -24,7 +26,8 @@ struct State {
     RefDynamicArrayOfRValue* firstArray = nullptr;
     long long structs = 0;
     long long arrays = 0;
-    long long left = 0;  // by the last collection
+    long long left = 0;       // by the last collection
+    long long leftBytes = 0;  // of all host memory, then
 };
 
 State& TheState() {
@@ -47,17 +50,22 @@ void ForEachElement(const RefDynamicArrayOfRValue& array, Visit visit) {
     }
 }
 
+template <class Visit>
+void ForEachMember(const KXObjectBase& object, Visit visit) {
+    for (int place = 0; place < object.Count(); ++place) {
+        visit(*object.ValueAt(place));
+    }
+}
+
 /// Every value that a map, a list or a grid holds.
 template <class Visit>
 void ForEachContained(Visit visit) {
     for (int i = 1; i < themaps.length; ++i) {
-        const CDS_Map* map = themaps.arr[i];
-        for (int bucket = 0; map && bucket <= map->m_pHashTable->m_HashingMask; ++bucket) {
-            for (auto* node = map->m_pHashTable->m_pHashingTable[bucket].m_pFirst; node; node = node->m_pNext) {
-                visit(node->m_pObj->key);
-                visit(node->m_pObj->value);
-            }
-        }
+        if (!themaps.arr[i]) continue;
+        ForEachEntry(*themaps.arr[i], [&](const MapStore& entry) {
+            visit(entry.key);
+            visit(entry.value);
+        });
     }
     for (int i = 1; i < thelists.length; ++i) {
         const CDS_List* list = thelists.arr[i];
@@ -71,10 +79,6 @@ void ForEachContained(Visit visit) {
             visit(grid->m_cells[k]);
         }
     }
-}
-
-RefDynamicArrayOfRValue* ArrayIn(const RValue& value) {
-    return (value.kind & KIND_MASK) == VALUE_ARRAY ? value.arr : nullptr;
 }
 
 KXObjectBase* StructIn(const RValue& value) {
@@ -99,9 +103,7 @@ public:
         }
         for (auto* object = TheState().firstStruct; object; object = object->m_next) {
             object->m_reached = false;
-            for (const KXObjectBase::Member& member : object->m_members) {
-                subtract(member.value);
-            }
+            ForEachMember(*object, subtract);
         }
         ForEachContained(subtract);
     }
@@ -122,9 +124,7 @@ public:
             } else {
                 KXObjectBase* object = m_structs.back();
                 m_structs.pop_back();
-                for (const KXObjectBase::Member& member : object->m_members) {
-                    Add(member.value);
-                }
+                ForEachMember(*object, [this](const RValue& value) { Add(value); });
             }
         }
     }
@@ -202,12 +202,16 @@ void Collector::Collect() {
         // nothing has been freed
     }
     TheState().left = TheState().structs + TheState().arrays;
+    TheState().leftBytes = MemoryManager::Stats().bytes;
 }
 
 bool Collector::IsDue() {
     ValueLock lock;
     const State& state = TheState();
-    return state.structs + state.arrays > std::max(2 * state.left, kFewObjects);
+    long long objects = state.structs + state.arrays;
+    if (objects == 0) return false;
+    bool manyBytes = MemoryManager::Stats().bytes > std::max(2 * state.leftBytes, kFewBytes);
+    return manyBytes || objects > std::max(2 * state.left, kFewObjects);
 }
 
 void Collector::SafePoint() {

@@ -27,8 +27,8 @@ public:
     /// Frees what cannot be reached. Without the memory for its own work it frees nothing.
     static void Collect();
 
-    /// @return true when there are more than twice as many structs and arrays as the last collection left, and so many
-    ///         that it is worth one.
+    /// @return true when there are more than twice as many structs and arrays as the last collection left, or twice the
+    ///         bytes of host memory, and so many that it is worth one.
     static bool IsDue();
 
     /// For a host between two calls: collects when that is due, and renumbers the visit stamps long before their

@@ -3,11 +3,19 @@
 
 #include "Files/Base/Collector.h"
 #include "Files/Code/Code_Function.h"
+#include "Platform/MemoryManager.h"
+
+#include <climits>
+#include <cstring>
+#include <new>
+#include <utility>
 
 namespace {
 
 /// Up to here looking through the names is as fast as an index.
-constexpr size_t kUnindexedMembers = 16;
+constexpr int kUnindexedMembers = 16;
+
+constexpr int kFirstMembers = 4;
 
 std::string_view TextOf(const RValue& name) {
     return {name.str->m_thing, static_cast<size_t>(name.str->m_size)};
@@ -27,38 +35,29 @@ KXObjectBase::~KXObjectBase() {
 
 void KXObjectBase::Add(const char* name, RValue& value, int /*flags*/) {
     if (!name) name = "";
-    RValue copy;
-    COPY_RValue(&copy, &value);  // it may be one of those that move
+    RValueOwner copy;
+    COPY_RValue(&copy.value, &value);  // it may be one of those that move
     int place = PlaceOf(name);
     if (place >= 0) {
-        RValue old = m_members[static_cast<size_t>(place)].value;
-        m_members[static_cast<size_t>(place)].value = copy;
-        FREE_RValue__Pre(&old);
+        std::swap(m_members[place].value, copy.value);
         return;
     }
-    try {
-        Append(name, copy);
-    } catch (...) {
-        FREE_RValue__Pre(&copy);
-        throw;
-    }
-    if (!m_index && m_members.size() > kUnindexedMembers) Index();
+    Reserve(m_count + 1);
+    RValueOwner newName;
+    KXSetString(&newName.value, name);
+    if (m_index) m_index->emplace(TextOf(newName.value), m_count);
+    m_members[m_count++] = {std::exchange(newName.value, RValue{}), std::exchange(copy.value, RValue{})};
+    if (!m_index && m_count > kUnindexedMembers) Index();
 }
 
-/// @throws std::bad_alloc; the struct is then as it was.
-void KXObjectBase::Append(const char* name, const RValue& value) {
-    Member member{};
-    m_members.push_back(member);
-    try {
-        KXCreateString(&member.name, name);
-        if (m_index) m_index->emplace(TextOf(member.name), Count() - 1);
-    } catch (...) {
-        m_members.pop_back();
-        FREE_RValue__Pre(&member.name);
-        throw;
-    }
-    member.value = value;
-    m_members.back() = member;
+void KXObjectBase::Reserve(int count) {
+    if (count <= m_allocated) return;
+    long long grown = m_allocated ? m_allocated * 2LL : kFirstMembers;
+    long long bytes = grown * static_cast<long long>(sizeof(Member));
+    if (bytes > INT_MAX) throw std::bad_alloc();
+    void* moved = MemoryManager::ReAlloc(m_members, static_cast<unsigned int>(bytes), __FILE__, __LINE__, false);
+    m_members = static_cast<Member*>(moved);
+    m_allocated = static_cast<int>(grown);
 }
 
 const RValue* KXObjectBase::Get(const char* name) const {
@@ -68,26 +67,25 @@ const RValue* KXObjectBase::Get(const char* name) const {
 bool KXObjectBase::Remove(const char* name) {
     int place = PlaceOf(name ? name : "");
     if (place < 0) return false;
-    auto at = m_members.begin() + place;
-    Member old = *at;
-    if (m_index) m_index->erase(TextOf(old.name));
-    m_members.erase(at);
-    for (; m_index && place < Count(); ++place) {
-        m_index->find(TextOf(m_members[static_cast<size_t>(place)].name))->second = place;
+    RValueOwner oldName(m_members[place].name);
+    RValueOwner oldValue(m_members[place].value);
+    if (m_index) m_index->erase(TextOf(oldName.value));
+    --m_count;
+    std::memmove(m_members + place, m_members + place + 1, static_cast<size_t>(m_count - place) * sizeof(Member));
+    for (; m_index && place < m_count; ++place) {
+        m_index->find(TextOf(m_members[place].name))->second = place;
     }
-    FREE_RValue__Pre(&old.name);
-    FREE_RValue__Pre(&old.value);
     return true;
 }
 
 const char* KXObjectBase::NameAt(int place) const {
-    bool inside = place >= 0 && place < Count();
-    return inside ? m_members[static_cast<size_t>(place)].name.str->m_thing : nullptr;
+    bool inside = place >= 0 && place < m_count;
+    return inside ? m_members[place].name.str->m_thing : nullptr;
 }
 
 const RValue* KXObjectBase::ValueAt(int place) const {
-    bool inside = place >= 0 && place < Count();
-    return inside ? &m_members[static_cast<size_t>(place)].value : nullptr;
+    bool inside = place >= 0 && place < m_count;
+    return inside ? &m_members[place].value : nullptr;
 }
 
 int KXObjectBase::PlaceOf(std::string_view name) const {
@@ -95,8 +93,8 @@ int KXObjectBase::PlaceOf(std::string_view name) const {
         auto found = m_index->find(name);
         return found == m_index->end() ? -1 : found->second;
     }
-    for (int place = 0; place < Count(); ++place) {
-        if (TextOf(m_members[static_cast<size_t>(place)].name) == name) return place;
+    for (int place = 0; place < m_count; ++place) {
+        if (TextOf(m_members[place].name) == name) return place;
     }
     return -1;
 }
@@ -104,9 +102,9 @@ int KXObjectBase::PlaceOf(std::string_view name) const {
 /// Without an index a large struct is slow, not wrong.
 void KXObjectBase::Index() {
     try {
-        auto index = std::make_unique<std::unordered_map<std::string_view, int>>();
-        for (int place = 0; place < Count(); ++place) {
-            index->emplace(TextOf(m_members[static_cast<size_t>(place)].name), place);
+        auto index = std::make_unique<Places>();
+        for (int place = 0; place < m_count; ++place) {
+            index->emplace(TextOf(m_members[place].name), place);
         }
         m_index = std::move(index);
     } catch (const std::bad_alloc&) {
@@ -116,12 +114,14 @@ void KXObjectBase::Index() {
 
 void KXObjectBase::ReleaseMembers() {
     m_index.reset();
-    std::vector<Member> members;
-    members.swap(m_members);
-    for (Member& member : members) {
-        FREE_RValue__Pre(&member.name);
-        FREE_RValue__Pre(&member.value);
+    Member* members = std::exchange(m_members, nullptr);
+    int count = std::exchange(m_count, 0);
+    m_allocated = 0;
+    for (int place = 0; place < count; ++place) {
+        FREE_RValue__Pre(&members[place].name);
+        FREE_RValue__Pre(&members[place].value);
     }
+    MemoryManager::Free(members);
 }
 
 void JS_GenericObjectConstructor(RValue&, CInstance*, CInstance*, int, RValue*) {}

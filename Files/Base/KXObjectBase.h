@@ -2,13 +2,13 @@
 
 #include "Files/Base/RValue.h"
 
+#include <map>
 #include <memory>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 class CInstance;
 class Collector;
+struct json_object;
 
 /// A struct: named values in the order in which they were added.
 ///
@@ -38,7 +38,7 @@ public:
     bool Remove(const char* name);
 
     /// Members by their place, from 0; null beyond the last.
-    int Count() const { return static_cast<int>(m_members.size()); }
+    int Count() const { return m_count; }
     const char* NameAt(int place) const;
     const RValue* ValueAt(int place) const;
 
@@ -53,16 +53,21 @@ private:
         RValue value;
     };
 
+    /// Ordered, not hashed: names may be anyone's, a server's too, and chosen to share a bucket.
+    using Places = std::map<std::string_view, int>;
+
     KXObjectBase() = default;
     ~KXObjectBase();
 
     [[nodiscard]] int PlaceOf(std::string_view name) const;
-    void Append(const char* name, const RValue& value);
+    void Reserve(int count);
     void Index();
     void ReleaseMembers();
 
-    std::vector<Member> m_members;
-    std::unique_ptr<std::unordered_map<std::string_view, int>> m_index;  // of a large struct's names
+    Member* m_members = nullptr;  // m_count of them, host memory
+    int m_count = 0;
+    int m_allocated = 0;
+    std::unique_ptr<Places> m_index;  // of a large struct's names
 
     bool m_reached = false;  // by the collection that is under way
     KXObjectBase* m_previous = nullptr;
@@ -71,3 +76,8 @@ private:
 
 /// What makes a new struct an ordinary one. This host's are ordinary from the start.
 void JS_GenericObjectConstructor(RValue& result, CInstance* self, CInstance* other, int argc, RValue* args);
+
+/// @return a new JSON object with the struct's members in their order, each as EncodeValue makes it; the caller owns
+/// it.
+/// @throws KXRecursionLimit, std::bad_alloc
+json_object* EncodeObject(KXObjectBase* obj);

@@ -26,6 +26,13 @@ constexpr int kMaxContainers = sizeof(void*) > 4 ? 1 << 24 : 1 << 20;
 /// Containers inside one another that one walk over a value follows before it gives up.
 constexpr int kMaxNesting = 4096;
 
+/// What json-c may need for the tree of one text that it parses, bytes, reckoned high: about 100 MB of an ordinary
+/// save's text on 64-bit targets.
+constexpr unsigned long long kMaxJsonBytes = sizeof(void*) > 4 ? 1ull << 31 : 1ull << 29;
+
+/// JSON text that is written, and each string and name in it, bytes.
+constexpr unsigned int kMaxJsonText = 1u << 30;
+
 /// Tables inside one another that cross between Lua and a built-in.
 constexpr int kMaxTableNesting = 200;
 

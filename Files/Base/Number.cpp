@@ -1,8 +1,10 @@
 // Numbers to and from text, on top of <charconv>.
 #include "Files/Base/Number.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace kx {
@@ -84,6 +86,15 @@ int PrintReal(char* out, double value) {
 
 int PrintRealG(char* out, double value) {
     return Finish(out, std::to_chars(out, out + kNumberText - 1, value, std::chars_format::general, 6));
+}
+
+int PrintRealFixed(char* out, int size, double value) {
+    char text[kFixedText];
+    int length = Finish(text, std::to_chars(text, text + kFixedText - 1, value, std::chars_format::fixed, 2));
+    length = std::min(length, size - 1);
+    std::memcpy(out, text, static_cast<size_t>(length));
+    out[length] = 0;
+    return length;
 }
 
 int PrintInteger(char* out, long long value) {

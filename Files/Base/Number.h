@@ -11,6 +11,9 @@ namespace kx {
 /// Bytes that hold every text that the printers below make, terminator included.
 constexpr int kNumberText = 32;
 
+/// Bytes that hold every real with two decimals, terminator included.
+constexpr int kFixedText = 320;
+
 /// Reads the longest decimal number at the start of a text: sign, digits, point, exponent; no blanks before it, no
 /// hexadecimal form, neither "inf" nor "nan".
 /// @param value  set where a number is found; a number too large becomes an infinity, one too small a zero.
@@ -33,6 +36,12 @@ int PrintReal(char* out, double value);
 /// @param out  at least kNumberText bytes; the text is terminated.
 /// @return the text's length.
 int PrintRealG(char* out, double value);
+
+/// Prints a real as printf's "%.2f" does in the C locale.
+/// @param out   terminated, and cut where the text is longer.
+/// @param size  bytes at `out`, 1 or more; kFixedText hold every real.
+/// @return the length of what is at `out`.
+int PrintRealFixed(char* out, int size, double value);
 
 /// Prints an integer in decimal.
 /// @param out  at least kNumberText bytes; the text is terminated.

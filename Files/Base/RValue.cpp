@@ -12,6 +12,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <sys/single_threaded.h>
 
 unsigned int g_countSTRING_RValue = 1;
 unsigned int g_comparisonSTRUCT_RValue = 1;
@@ -63,23 +64,8 @@ private:
 
 void PrintValue(TextBuffer* text, const RValue* v, int depth);
 
-/// Takes part in a container's visit rule for as long as it lives.
-class Visit {
-public:
-    /// @param threshold  of the container's family.
-    Visit(unsigned int* stamp, unsigned int* threshold) : m_threshold(threshold) {
-        *threshold = *stamp = ++g_countSTRING_RValue;
-    }
-    Visit(const Visit&) = delete;
-    Visit& operator=(const Visit&) = delete;
-    ~Visit() { *m_threshold = ++g_countSTRING_RValue; }
-
-private:
-    unsigned int* m_threshold;
-};
-
 void PrintArray(TextBuffer* text, RefDynamicArrayOfRValue* array, int depth) {
-    if (!array || array->m_visited >= g_comparisonARRAY_RValue) {
+    if (!array || Visit::IsUnderWay(array->m_visited, g_comparisonARRAY_RValue)) {
         text->Append("null");
         return;
     }
@@ -95,7 +81,7 @@ void PrintArray(TextBuffer* text, RefDynamicArrayOfRValue* array, int depth) {
 }
 
 void PrintStruct(TextBuffer* text, KXObjectBase* object, int depth) {
-    if (!object || object->m_visited >= g_comparisonSTRUCT_RValue) {
+    if (!object || Visit::IsUnderWay(object->m_visited, g_comparisonSTRUCT_RValue)) {
         text->Append("null");
         return;
     }
@@ -165,10 +151,12 @@ void ResetVisits() {
     g_comparisonARRAY_RValue = g_countSTRING_RValue;
 }
 
+// A process of one thread has nobody to lock out. Nothing between the two starts a thread or joins one.
+
 void LOCK_RVALUE_MUTEX() {
-    Mutex().lock();
+    if (!__libc_single_threaded) Mutex().lock();
 }
 
 void UNLOCK_RVALUE_MUTEX() {
-    Mutex().unlock();
+    if (!__libc_single_threaded) Mutex().unlock();
 }

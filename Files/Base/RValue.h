@@ -104,11 +104,48 @@ void STRING_RValue(char** pos, char** buffer, int* size, const RValue* v);
 /// The undefined value. Never written. The module defines it.
 extern RValue g_undefined;
 
+/// A value that is released when it goes out of scope; the real 0 at first.
+struct RValueOwner {
+    RValueOwner() = default;
+    explicit RValueOwner(const RValue& owned) : value(owned) {}
+    RValueOwner(const RValueOwner&) = delete;
+    RValueOwner& operator=(const RValueOwner&) = delete;
+    ~RValueOwner() { FREE_RValue__Pre(&value); }
+
+    RValue value{};
+};
+
 /// The visit stamps of the walks over containers: a counter common to all, and the stamp from which a container counts
 /// as being walked already, for maps and structs and for lists and arrays.
 extern unsigned int g_countSTRING_RValue;
 extern unsigned int g_comparisonSTRUCT_RValue;
 extern unsigned int g_comparisonARRAY_RValue;
+
+/// One container's turn in a walk, from its first element to after its last. A walk leaves out a container whose turn
+/// it is already.
+///
+///     if (Visit::IsUnderWay(list->m_visited, g_comparisonARRAY_RValue)) return;
+///     Visit visit(&list->m_visited, &g_comparisonARRAY_RValue);
+///     …its elements…
+///
+/// A container that holds itself is found out at once. A longer circle within one family is not: each turn raises the
+/// threshold past the older stamps. It ends where containers are nested too deep.
+/// @thread one walk at a time
+class Visit {
+public:
+    static bool IsUnderWay(unsigned int stamp, unsigned int threshold) { return stamp >= threshold; }
+
+    /// @param threshold  of the container's family.
+    Visit(unsigned int* stamp, unsigned int* threshold) : m_threshold(threshold) {
+        *threshold = *stamp = ++g_countSTRING_RValue;
+    }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+    ~Visit() { *m_threshold = ++g_countSTRING_RValue; }
+
+private:
+    unsigned int* m_threshold;
+};
 
 /// Raises the counter and both thresholds past every stamp, so that a walk that an exception cut short leaves no
 /// container marked. Whoever catches such an exception calls it.

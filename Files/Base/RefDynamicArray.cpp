@@ -5,7 +5,9 @@
 #include "Platform/MemoryManager.h"
 
 #include <climits>
+#include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -40,24 +42,25 @@ RefDynamicArrayOfRValue* ARRAY_RefAlloc() {
 }
 
 void SET_RValue(RValue* array, RValue* value, KXObjectBase* /*owner*/, int index) {
-    bool holdsArray = (array->kind & KIND_MASK) == VALUE_ARRAY && array->arr;
-    if (!holdsArray || index < 0 || index == INT_MAX) return;
+    RefDynamicArrayOfRValue* elements = ArrayIn(*array);
+    if (!elements || index < 0 || index == INT_MAX) return;
 
-    RefDynamicArrayOfRValue* elements = array->arr;
-    RValue copy;
-    COPY_RValue(&copy, value);  // it may be one of those that move
-    try {
-        Reserve(elements, index + 1);
-    } catch (const std::bad_alloc&) {
-        FREE_RValue__Pre(&copy);
-        throw;
-    }
+    RValueOwner replaced;
+    COPY_RValue(&replaced.value, value);  // it may be one of those that move
+    Reserve(elements, index + 1);
     for (; elements->m_length <= index; ++elements->m_length) {
         elements->m_elements[elements->m_length] = RValue{};
     }
-    RValue old = elements->m_elements[index];
-    elements->m_elements[index] = copy;
-    FREE_RValue__Pre(&old);
+    std::swap(elements->m_elements[index], replaced.value);
+}
+
+void REMOVE_RValue(RValue* array, int index) {
+    RefDynamicArrayOfRValue* elements = ArrayIn(*array);
+    if (!elements || index < 0 || index >= elements->m_length) return;
+    RValueOwner removed(elements->m_elements[index]);
+    RValue* place = elements->m_elements + index;
+    --elements->m_length;
+    std::memmove(place, place + 1, static_cast<size_t>(elements->m_length - index) * sizeof(RValue));
 }
 
 void Array_DecRef(RefDynamicArrayOfRValue* array) {

@@ -20,6 +20,11 @@ struct RefDynamicArrayOfRValue {
     RefDynamicArrayOfRValue* m_next;
 };
 
+/// @return the array that a value holds; null for any other value.
+inline RefDynamicArrayOfRValue* ArrayIn(const RValue& value) {
+    return (value.kind & KIND_MASK) == VALUE_ARRAY ? value.arr : nullptr;
+}
+
 /// @return a new, empty array with one reference, which the caller owns.
 /// @throws std::bad_alloc
 RefDynamicArrayOfRValue* ARRAY_RefAlloc();
@@ -31,6 +36,10 @@ RefDynamicArrayOfRValue* ARRAY_RefAlloc();
 /// @throws std::bad_alloc; the array is then as it was.
 /// @thread script thread
 void SET_RValue(RValue* array, RValue* value, KXObjectBase* owner, int index);
+
+/// Takes an element out of an array; those after it move up. Anything but an array's own index changes nothing.
+/// @thread script thread
+void REMOVE_RValue(RValue* array, int index);
 
 /// Takes one reference away; the last one releases the elements and the array, however deep arrays are inside one
 /// another. Null-safe.

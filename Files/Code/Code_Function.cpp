@@ -4,9 +4,11 @@
 #include "Files/Base/Number.h"
 #include "Platform/MemoryManager.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
@@ -17,6 +19,9 @@ namespace {
 
 /// Texts of numbers, each alive until this many more have been asked for: more than one call can ask for.
 constexpr int kNumberTexts = 16;
+
+/// Longer ones hardly come again.
+constexpr int kLongestName = 64;
 
 class FunctionTable {
 public:
@@ -130,6 +135,41 @@ void KXCreateString(RValue* result, const char* text) {
     result->kind = VALUE_STRING;
 }
 
+thread_local KXNames* KXNames::t_current = nullptr;
+
+KXNames::KXNames() : m_outer(t_current) {
+    if (m_outer) return;
+    std::fill(std::begin(m_names), std::end(m_names), g_undefined);
+    t_current = this;
+}
+
+KXNames::~KXNames() {
+    if (m_outer) return;
+    t_current = nullptr;
+    for (RValue& name : m_names) {
+        FREE_RValue__Pre(&name);
+    }
+}
+
+void KXNames::Share(RValue* value, const char* text) {
+    unsigned int hash = 0;
+    const char* end = text;
+    for (; *end && end - text < kLongestName; ++end) {
+        hash = hash * 31 + static_cast<unsigned char>(*end);
+    }
+    if (*end) return KXCreateString(value, text);
+    RValue& place = m_names[(hash ^ (hash >> 7)) % kNames];
+    bool known = place.kind == VALUE_STRING && std::strcmp(place.str->m_thing, text) == 0;
+    if (!known) {
+        RValue name{};
+        KXCreateString(&name, text);
+        FREE_RValue__Pre(&place);
+        place = name;
+    }
+    COPY_RValue(value, &place);
+}
+
 void KXSetString(RValue* value, const char* text) {
+    if (KXNames::t_current && text) return KXNames::t_current->Share(value, text);
     KXCreateString(value, text);
 }

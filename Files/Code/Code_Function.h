@@ -42,4 +42,30 @@ double KXGetReal(const RValue* args, int index);
 /// Makes a value a string that holds a copy of a text; null makes the empty string. What it held is not released.
 /// @throws std::bad_alloc
 void KXCreateString(RValue* result, const char* text);
+
+/// The same for a name, which is likely to come again: within a KXNames one copy serves all.
 void KXSetString(RValue* value, const char* text);
+
+/// While one lives, its thread's names are shared: the ten thousand members "x" of a document hold one text.
+///
+///     KXNames names;
+///     …KXSetString for every member…
+///
+/// It keeps a short list of those that came last; one inside another is that other.
+class KXNames {
+public:
+    KXNames();
+    KXNames(const KXNames&) = delete;
+    KXNames& operator=(const KXNames&) = delete;
+    ~KXNames();
+
+private:
+    friend void KXSetString(RValue* value, const char* text);
+    void Share(RValue* value, const char* text);
+
+    static constexpr unsigned int kNames = 128;
+
+    static thread_local KXNames* t_current;
+    KXNames* m_outer;
+    RValue m_names[kNames];  // each where its text's hash puts it; undefined where there is none
+};

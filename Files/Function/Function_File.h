@@ -2,7 +2,10 @@
 
 #include "Files/Code/Code_Function.h"
 
+class CDS_List;
+class CDS_Map;
 struct IniFile;
+struct json_object;
 
 /// The file-and-data module: the built-ins that scripts read and write files with.
 ///
@@ -69,3 +72,70 @@ int KXGetFileAttributes(const char* path, bool isSave);
 /// Makes the directories above a path in the save area. The path is cut at its last backslash, else at its last slash;
 /// a bare name needs none.
 void EnsureDirectoryIsCreated(const char* _filename);
+
+// --- JSON ----------------------------------------------------------------------------------------------------------
+
+/// A value as JSON.
+///
+/// Reals are JSON doubles whatever their value; 64-bit integers are integers, or doubles where they are large, or,
+/// where a double cannot hold them, the string "@i64@", hexadecimal digits, "$i64$". What has no JSON form becomes
+/// null: so do a reference to a map or list that is not there, and a container inside itself.
+/// @return what the caller owns and releases with json_object_put; null is a JSON null.
+/// @throws KXRecursionLimit where containers are nested deeper than kx::kMaxNesting, or in a circle; std::bad_alloc.
+/// @thread any; it takes the lock over the containers. Structs and arrays are the script thread's.
+json_object* EncodeValue(RValue* v);
+
+/// A map as a JSON object, its members in the order of the map's walk; a key that is no text under its printed form.
+/// The caller holds the lock.
+json_object* EncodeDSMap(CDS_Map* map);
+
+/// A list or an array as a JSON array; a null array is an empty one. For a list the caller holds the lock.
+json_object* EncodeDSList(CDS_List* list);
+json_object* EncodeArray(RefDynamicArrayOfRValue* array);
+
+/// A map's JSON text.
+/// @param map   its index; nothing happens for one that is not there.
+/// @param text  null or host memory, which is freed; set to a new text that the caller frees with KXFree.
+/// @thread any
+void DSMapToJSON(int map, char** text);
+
+/// A scalar of JSON as a value: numbers and booleans are reals, null a null pointer, a string in the text form of a
+/// 64-bit integer is that integer. An integer outside of 32 bits stops at their ends.
+/// @param pVal  zeroed by the caller, who owns what it holds then; an object or array leaves it as it is.
+void json_value(json_object* _jobj, RValue* pVal);
+
+/// Adds every member of a JSON object to a map, but none whose name is a key there already. Objects and arrays become
+/// new maps and lists. The caller holds the lock.
+void json_parse_to_map(json_object* _jobj, CDS_Map* _map);
+
+/// Appends every element of a JSON array to a list.
+/// @param _key  the member of `_jobj` that is the array; null where `_jobj` itself is it.
+void json_parse_array_to_list(json_object* _jobj, char* _key, CDS_List* _pList);
+
+/// A new map or list filled by the above.
+/// @return its index.
+int json_parse(json_object* _jobj);
+int json_parse_array(json_object* _jobj, char* _key);
+
+/// Reads JSON text into a map.
+/// @param _map  an index whose map is added to; below 0 a new one is made.
+/// @return the new map's index; -1 where the text is not JSON, and whenever no new map was asked for.
+/// @thread any
+int JSONToDSMap(char* _jsonData, int _map);
+
+/// Reads the array that is the member `_key` of JSON text into a list, in the same way; -1 too where there is no such
+/// array, or an empty one. A null key stands for the whole text.
+int JSONToDSList(char* _jsonListData, char* _key, int _list);
+
+/// JSON as structs and arrays.
+/// @param Result  zeroed by the caller, who owns what it holds then.
+/// @thread script thread
+void json_parse_ext(RValue& Result, json_object* _jobj);
+void json_parse_object_ext(RValue& Result, json_object* _jobj);
+void json_parse_array_ext(RValue& Result, json_object* _jobj);
+
+/// Steps over white space.
+/// @param _dir  1 forward, -1 backward.
+/// @param _len  characters to look at, at most.
+/// @return the first character that is not white space, or the place `_len` steps away.
+const char* findfirstnonspace(const char* _pString, int _dir, int _len);

@@ -64,6 +64,10 @@ inline bool ResolveExisting(char* path, const char* name) {
     return false;
 }
 
+/// Reads a 64-bit integer in its text form, "@i64@", hexadecimal digits, "$i64$"; digits that do not read give 0.
+/// @return false, nothing changed, where the text is not in that form.
+bool SetInt64FromText(RValue* value, const char* text);
+
 // Binary files
 void F_FileBinOpen(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_FileBinRewrite(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
@@ -116,3 +120,9 @@ void F_FilenameChangeExt(RValue& result, CInstance* self, CInstance* other, int 
 void F_ParameterCount(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_ParameterString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_EnvironmentGetVariable(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// JSON
+void F_JsonEncode(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_JsonDecode(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_JsonEncodeExt(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_JsonDecodeExt(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);

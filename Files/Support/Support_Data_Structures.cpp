@@ -1,29 +1,27 @@
-// Maps, lists and grids, and the tables that scripts find them in.
+// Maps, lists and grids.
 #include "Files/Support/Support_Data_Structures.h"
 
-#include "Files/Base/Limits.h"
-#include "Files/Code/Code_Function.h"
+#include "Files/Base/Number.h"
 #include "Platform/MemoryManager.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cmath>
-#include <cstdarg>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
-
-DS_Table<CDS_Map> themaps;
-DS_Table<CDS_List> thelists;
-DS_Table<CDS_Grid> thegrids;
-int mapnumb = 0;
+#include <utility>
 
 namespace {
 
-constexpr int kFirstBuckets = 8;
 constexpr int kFirstElements = 4;
 constexpr int kMaxBuckets = 1 << 30;
+
+/// A chain that is longer than chance makes one: someone has chosen keys that share a bucket.
+constexpr int kLongChain = 64;
+
+std::atomic<uint64_t> g_lastSerial{0};
 
 // --- keys -----------------------------------------------------------------------------------------------------------
 
@@ -57,6 +55,10 @@ private:
 
 const char* TextOf(const RValue& string) {
     return string.str && string.str->m_thing ? string.str->m_thing : "";
+}
+
+bool IsText(const RValue& key) {
+    return (key.kind & KIND_MASK) == VALUE_STRING;
 }
 
 bool IsNumber(unsigned int kind) {
@@ -167,72 +169,33 @@ void Replace(RValue* place, const RValue* value) {
     FREE_RValue__Pre(&old);
 }
 
-// --- tables ---------------------------------------------------------------------------------------------------------
-
-template <class Container>
-int FindFreeIndex(DS_Table<Container>& table) {
-    DS_AutoMutex lock;
-    if (!table.arr) {
-        table.arr = static_cast<Container**>(MemoryManager::Reserve(kx::kMaxContainers * sizeof(Container*)));
-        table.length = 1;
-    }
-    bool unused = table.m_handedOut && !table.arr[table.m_handedOut];
-    if (unused) return table.m_handedOut;
-    if (!table.m_free.empty()) {
-        table.m_handedOut = table.m_free.back();
-        table.m_free.pop_back();
-    } else {
-        if (table.length >= kx::kMaxContainers) throw std::bad_alloc();
-        table.m_handedOut = table.length++;
-    }
-    return table.m_handedOut;
-}
-
-template <class Container>
-Container* TakeOut(DS_Table<Container>& table, int index) {
-    if (index < 1 || index >= table.length || !table.arr[index]) return nullptr;
-    if (index != table.m_handedOut) table.m_free.push_back(index);  // that one comes next anyway
-    Container* container = table.arr[index];
-    table.arr[index] = nullptr;
-    return container;
-}
-
-template <class Container>
-void Free(DS_Table<Container>& table, int index) {
-    DS_AutoMutex lock;
-    delete TakeOut(table, index);
-}
-
-/// The index in a reference of one kind, 0 in any other value.
-int IndexIn(const RValue* reference, unsigned int mark, int length) {
-    unsigned int marks = reference->kind & (KIND_DS_MAP | KIND_DS_LIST);
-    bool refers = marks == mark || (mark == KIND_DS_MAP && marks > mark);  // with both marks it is a map
-    bool inside = refers && reference->real >= 1 && reference->real < length;
-    return inside ? static_cast<int>(reference->real) : 0;
-}
-
-std::recursive_mutex& Mutex() {
-    static auto* mutex = new std::recursive_mutex;  // outlives every static object that holds a container
-    return *mutex;
-}
-
-thread_local int t_holds = 0;
-
 }  // namespace
 
 // --- maps -----------------------------------------------------------------------------------------------------------
 
-CDS_Map::CDS_Map() : m_pHashTable(nullptr), m_visited(0), pGCProxy(nullptr), m_firstUsed(0) {
-    auto table = std::make_unique<Hash<MapStore>>();
-    table->m_pHashingTable = AllocZeroed<Bucket>(kFirstBuckets);
-    table->m_HashingMask = kFirstBuckets - 1;
-    m_pHashTable = table.release();
+/// Keys that are texts, in an order of their own.
+struct CDS_Map::TextOrder {
+    using is_transparent = void;
+
+    bool operator()(const Node* a, const Node* b) const { return Less(TextOf(a->m_pObj->key), TextOf(b->m_pObj->key)); }
+    bool operator()(const Node* a, const RValue* b) const { return Less(TextOf(a->m_pObj->key), TextOf(*b)); }
+    bool operator()(const RValue* a, const Node* b) const { return Less(TextOf(*a), TextOf(b->m_pObj->key)); }
+
+    static bool Less(const char* a, const char* b) { return std::strcmp(a, b) < 0; }
+};
+
+uint64_t NewDsSerial() {
+    return ++g_lastSerial;
+}
+
+CDS_Map::CDS_Map()
+    : m_pHashTable(&m_table), m_visited(0), pGCProxy(nullptr), m_serial(NewDsSerial()),
+      m_changes(0), m_table{}, m_firstBuckets{}, m_firstUsed(0) {
+    UseFirstBuckets();
 }
 
 CDS_Map::~CDS_Map() {
     Clear();
-    MemoryManager::Free(m_pHashTable->m_pHashingTable);
-    delete m_pHashTable;
 }
 
 bool CDS_Map::Add(const RValue* key, const RValue* value) {
@@ -260,13 +223,17 @@ bool CDS_Map::Delete(const RValue* key) {
     unsigned int id = HashOf(*key);
     Node* node = NodeOf(key, id);
     if (!node) return false;
+    if (m_texts && IsText(*key)) m_texts->erase(node);
     Unlink(&m_pHashTable->m_pHashingTable[id & static_cast<unsigned int>(m_pHashTable->m_HashingMask)], node);
     --m_pHashTable->m_Count;
+    ++m_changes;
     FreeNode(node);
     return true;
 }
 
 void CDS_Map::Clear() {
+    m_texts.reset();
+    ++m_changes;
     for (int i = 0; i <= m_pHashTable->m_HashingMask; ++i) {
         Bucket& bucket = m_pHashTable->m_pHashingTable[i];
         while (Node* node = bucket.m_pFirst) {
@@ -275,21 +242,15 @@ void CDS_Map::Clear() {
             FreeNode(node);
         }
     }
-    Shrink();
+    UseFirstBuckets();
 }
 
-/// An empty table as it was at first, so that a map that was large once is walked and filled like a new one.
-void CDS_Map::Shrink() {
+/// An empty table as it is at first, so that a map that was large once is walked and filled like a new one.
+void CDS_Map::UseFirstBuckets() {
+    if (m_table.m_pHashingTable != m_firstBuckets) MemoryManager::Free(m_table.m_pHashingTable);
+    m_table.m_pHashingTable = m_firstBuckets;
+    m_table.m_HashingMask = kFirstBuckets - 1;
     m_firstUsed = 0;
-    if (m_pHashTable->m_HashingMask < kFirstBuckets) return;
-    try {
-        constexpr unsigned int kBytes = kFirstBuckets * sizeof(Bucket);
-        void* fewer = MemoryManager::ReAlloc(m_pHashTable->m_pHashingTable, kBytes, __FILE__, __LINE__, false);
-        m_pHashTable->m_pHashingTable = static_cast<Bucket*>(fewer);
-        m_pHashTable->m_HashingMask = kFirstBuckets - 1;
-    } catch (const std::bad_alloc&) {
-        // the table stays as large as it was
-    }
 }
 
 const MapStore* CDS_Map::FindFirst() const {
@@ -307,11 +268,33 @@ const MapStore* CDS_Map::FindNext(const RValue* key) const {
 }
 
 HashNode<MapStore>* CDS_Map::NodeOf(const RValue* key, unsigned int id) const {
+    bool isText = IsText(*key);
+    if (isText && m_texts) {
+        auto found = m_texts->find(key);
+        return found == m_texts->end() ? nullptr : *found;
+    }
     unsigned int bucket = id & static_cast<unsigned int>(m_pHashTable->m_HashingMask);
+    int length = 0;
     for (Node* node = m_pHashTable->m_pHashingTable[bucket].m_pFirst; node; node = node->m_pNext) {
         if (node->m_ID == id && IsSameKey(node->m_pObj->key, *key)) return node;
+        ++length;
     }
+    if (isText && length > kLongChain) OrderTexts();
     return nullptr;
+}
+
+/// Without the memory for its order such a map is slow, not wrong.
+void CDS_Map::OrderTexts() const {
+    try {
+        m_texts = std::make_unique<Texts>();
+        for (int bucket = 0; bucket <= m_pHashTable->m_HashingMask; ++bucket) {
+            for (Node* node = m_pHashTable->m_pHashingTable[bucket].m_pFirst; node; node = node->m_pNext) {
+                if (IsText(node->m_pObj->key)) m_texts->insert(node);
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        m_texts.reset();
+    }
 }
 
 HashNode<MapStore>* CDS_Map::FirstFrom(int bucket) const {
@@ -326,7 +309,7 @@ HashNode<MapStore>* CDS_Map::FirstFrom(int bucket) const {
 
 void CDS_Map::Insert(const RValue* key, const RValue* value, unsigned int id) {
     if (m_pHashTable->m_Count > m_pHashTable->m_HashingMask) Grow();
-    auto* entry = AllocZeroed<Entry>(1);
+    auto* entry = static_cast<Entry*>(MemoryManager::Alloc(sizeof(Entry), __FILE__, __LINE__, false));
     COPY_RValue(&entry->store.key, key);
     COPY_RValue(&entry->store.value, value);
     entry->node.m_ID = id;
@@ -335,6 +318,16 @@ void CDS_Map::Insert(const RValue* key, const RValue* value, unsigned int id) {
     Append(&m_pHashTable->m_pHashingTable[bucket], &entry->node);
     m_firstUsed = std::min(m_firstUsed, static_cast<int>(bucket));
     ++m_pHashTable->m_Count;
+    ++m_changes;
+    if (m_texts && IsText(*key)) OrderText(&entry->node);
+}
+
+void CDS_Map::OrderText(Node* node) {
+    try {
+        m_texts->insert(node);
+    } catch (const std::bad_alloc&) {
+        m_texts.reset();
+    }
 }
 
 /// Twice the buckets; what shared a bucket and still does keeps its order.
@@ -345,14 +338,16 @@ void CDS_Map::Grow() {
     unsigned int mask = static_cast<unsigned int>(buckets) * 2 - 1;
     for (int i = 0; i < buckets; ++i) {
         Node* next = nullptr;
-        for (Node* node = m_pHashTable->m_pHashingTable[i].m_pFirst; node; node = next) {
+        Bucket& bucket = m_table.m_pHashingTable[i];
+        Node* first = std::exchange(bucket, Bucket{}).m_pFirst;
+        for (Node* node = first; node; node = next) {
             next = node->m_pNext;
             Append(&grown[node->m_ID & mask], node);
         }
     }
-    MemoryManager::Free(m_pHashTable->m_pHashingTable);
-    m_pHashTable->m_pHashingTable = grown;
-    m_pHashTable->m_HashingMask = static_cast<int>(mask);
+    if (m_table.m_pHashingTable != m_firstBuckets) MemoryManager::Free(m_table.m_pHashingTable);
+    m_table.m_pHashingTable = grown;
+    m_table.m_HashingMask = static_cast<int>(mask);
     m_firstUsed = 0;
 }
 
@@ -363,27 +358,23 @@ CDS_List::~CDS_List() {
     MemoryManager::Free(m_elements);
 }
 
+void CDS_List::Reserve(int count) {
+    if (count <= m_allocated) return;
+    long long bytes = count * static_cast<long long>(sizeof(RValue));
+    if (bytes > INT_MAX) throw std::bad_alloc();
+    void* moved = MemoryManager::ReAlloc(m_elements, static_cast<unsigned int>(bytes), __FILE__, __LINE__, false);
+    m_elements = static_cast<RValue*>(moved);
+    m_allocated = count;
+}
+
 bool CDS_List::Insert(int index, const RValue* value) {
     if (index < 0 || index > m_count) return false;
-    RValue copy;
-    COPY_RValue(&copy, value);  // it may be one of those that move
-    if (m_count == m_allocated) {
-        long long grown = m_allocated ? m_allocated * 2LL : kFirstElements;
-        long long bytes = grown * static_cast<long long>(sizeof(RValue));
-        void* moved = nullptr;
-        try {
-            if (bytes > INT_MAX) throw std::bad_alloc();
-            moved = MemoryManager::ReAlloc(m_elements, static_cast<unsigned int>(bytes), __FILE__, __LINE__, false);
-        } catch (const std::bad_alloc&) {
-            FREE_RValue__Pre(&copy);
-            throw;
-        }
-        m_elements = static_cast<RValue*>(moved);
-        m_allocated = static_cast<int>(grown);
-    }
+    RValueOwner copy;
+    COPY_RValue(&copy.value, value);  // it may be one of those that move
+    if (m_count == m_allocated) Reserve(m_allocated ? kx::ToInt32(m_allocated * 2.0) : kFirstElements);
     RValue* place = m_elements + index;
     std::memmove(place + 1, place, static_cast<size_t>(m_count - index) * sizeof(RValue));
-    *place = copy;
+    *place = std::exchange(copy.value, RValue{});
     ++m_count;
     return true;
 }
@@ -410,7 +401,8 @@ void CDS_List::Clear() {
     }
 }
 
-CDS_Grid::CDS_Grid(int width, int height) : m_width(width), m_height(height), m_cells(nullptr) {
+CDS_Grid::CDS_Grid(int width, int height)
+    : m_width(width), m_height(height), m_cells(nullptr), m_serial(NewDsSerial()) {
     if (width < 0 || height < 0) throw std::bad_alloc();
     m_cells = AllocZeroed<RValue>(static_cast<long long>(width) * height);
 }
@@ -427,106 +419,8 @@ RValue* CDS_Grid::At(int column, int row) const {
     return inside ? &m_cells[static_cast<long long>(row) * m_width + column] : nullptr;
 }
 
-// --- the tables -----------------------------------------------------------------------------------------------------
-
-int FindFreeDsMapIndex() {
-    int index = FindFreeIndex(themaps);
-    mapnumb = themaps.length;
-    return index;
-}
-
-int FindFreeDsListIndex() {
-    return FindFreeIndex(thelists);
-}
-
-int FindFreeDsGridIndex() {
-    return FindFreeIndex(thegrids);
-}
-
-void FreeDsMap(int index) {
-    Free(themaps, index);
-}
-
-void FreeDsList(int index) {
-    Free(thelists, index);
-}
-
-void FreeDsGrid(int index) {
-    Free(thegrids, index);
-}
-
-CDS_Map* DsMapOf(const RValue* reference) {
-    int index = IndexIn(reference, KIND_DS_MAP, themaps.length);
-    return index ? themaps.arr[index] : nullptr;
-}
-
-CDS_List* DsListOf(const RValue* reference) {
-    int index = IndexIn(reference, KIND_DS_LIST, thelists.length);
-    return index ? thelists.arr[index] : nullptr;
-}
-
-void FreeDsTree(const RValue* reference) {
-    DS_AutoMutex lock;
-    std::vector<RValue> pending{*reference};  // references own nothing
-    auto add = [&](const RValue& value) {
-        if (value.kind & (KIND_DS_MAP | KIND_DS_LIST)) pending.push_back(value);
-    };
-    while (!pending.empty()) {
-        RValue next = pending.back();
-        pending.pop_back();
-        if (CDS_Map* map = DsMapOf(&next)) {
-            for (const MapStore* entry = map->FindFirst(); entry; entry = map->FindNext(&entry->key)) {
-                add(entry->value);
-            }
-            FreeDsMap(static_cast<int>(next.real));
-        } else if (CDS_List* list = DsListOf(&next)) {
-            for (int i = 0; i < list->m_count; ++i) {
-                add(list->m_elements[i]);
-            }
-            FreeDsList(static_cast<int>(next.real));
-        }
-    }
-}
-
-int CreateDsMap(int count, ...) {
-    DS_AutoMutex lock;
-    auto map = std::make_unique<CDS_Map>();
-    va_list entries;
-    va_start(entries, count);
-    RValue key{};
-    RValue value{};
-    auto release = [&] {
-        FREE_RValue__Pre(&key);
-        FREE_RValue__Pre(&value);
-        key = value = RValue{};
-    };
-    try {
-        for (int i = 0; i < count; ++i) {
-            KXCreateString(&key, va_arg(entries, const char*));
-            value.real = va_arg(entries, double);
-            const char* text = va_arg(entries, const char*);
-            if (text) KXCreateString(&value, text);
-            map->Set(&key, &value);
-            release();
-        }
-    } catch (...) {
-        release();
-        va_end(entries);
-        throw;
-    }
-    va_end(entries);
-    int index = FindFreeDsMapIndex();
-    themaps.arr[index] = map.release();
-    return index;
-}
-
-DS_AutoMutex::DS_AutoMutex() {
-    if (t_holds >= kx::kMaxNesting) throw KXRecursionLimit{};
-    Mutex().lock();
-    ++t_holds;
-}
-
-DS_AutoMutex::~DS_AutoMutex() {
-    --t_holds;
-    Mutex().unlock();
+bool CDS_Grid::Set(int column, int row, const RValue* value) {
+    RValue* cell = At(column, row);
+    if (cell) Replace(cell, value);
+    return cell != nullptr;
 }

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <set>
 #include <vector>
 
 /// Maps, lists and grids of script values, which scripts know by their index in a table.
@@ -19,6 +21,11 @@
 ///     FreeDsMap(index);
 ///
 /// @thread any, under DS_AutoMutex: tables and containers have no lock of their own.
+
+/// A number that no other container of the process has had or will have: by it one that was freed is told from the one
+/// that has its index now.
+/// @thread any
+uint64_t NewDsSerial();
 
 // --- maps ----------------------------------------------------------------------------------------------------------
 
@@ -53,8 +60,8 @@ struct Hash {
 ///
 /// The walk goes through the buckets from the first and in each through the chain. For texts, numbers and bools its
 /// order depends on what was added and deleted since the map was empty, and is the same on every target; arrays,
-/// structs and pointers are keys by their address. Whoever chooses the keys can choose many that share a bucket:
-/// finding one of them takes as long as looking through them.
+/// structs and pointers are keys by their address. Texts may be anyone's, a server's too, and chosen to share a bucket:
+/// where many do, the map keeps its texts in order besides, and finds one of n in the order of log n steps.
 class CDS_Map {
 public:
     CDS_Map();
@@ -89,25 +96,54 @@ public:
     uint32_t m_visited;  ///< visit stamp; see g_comparisonSTRUCT_RValue
     void* pGCProxy;      ///< the host's; null in this one
 
+    uint64_t m_serial;   ///< see NewDsSerial
+    uint64_t m_changes;  ///< another one as soon as an entry has come or gone
+    CDS_Map* m_nextToFree = nullptr;
+
 private:
+    struct TextOrder;
+    using Texts = std::set<HashNode<MapStore>*, TextOrder>;
+
     HashNode<MapStore>* NodeOf(const RValue* key, unsigned int id) const;
     HashNode<MapStore>* FirstFrom(int bucket) const;
     void Insert(const RValue* key, const RValue* value, unsigned int id);
     void Grow();
-    void Shrink();
+    void UseFirstBuckets();
+    void OrderTexts() const;
+    void OrderText(HashNode<MapStore>* node);
 
-    mutable int m_firstUsed;  // no bucket below it has an entry
+    static constexpr int kFirstBuckets = 8;
+
+    Hash<MapStore> m_table;
+    HashLink<HashNode<MapStore>> m_firstBuckets[kFirstBuckets];  // most maps are small
+    mutable int m_firstUsed;                                     // no bucket below it has an entry
+    mutable std::unique_ptr<Texts> m_texts;  // every entry whose key is a text; null in an ordinary map
 };
+
+/// Calls `visit` with every entry of a map, in the order of its walk. The map must not change meanwhile.
+template <class Visit>
+void ForEachEntry(const CDS_Map& map, Visit visit) {
+    const Hash<MapStore>& table = *map.m_pHashTable;
+    for (int bucket = 0; bucket <= table.m_HashingMask; ++bucket) {
+        for (HashNode<MapStore>* node = table.m_pHashingTable[bucket].m_pFirst; node; node = node->m_pNext) {
+            visit(*node->m_pObj);
+        }
+    }
+}
 
 // --- lists and grids -----------------------------------------------------------------------------------------------
 
 /// A list. Elements are numbered from 0.
 class CDS_List {
 public:
-    CDS_List() = default;
+    CDS_List() : m_serial(NewDsSerial()) {}
     CDS_List(const CDS_List&) = delete;
     CDS_List& operator=(const CDS_List&) = delete;
     ~CDS_List();
+
+    /// Makes room for so many elements in all.
+    /// @throws std::bad_alloc
+    void Reserve(int count);
 
     /// Adds a copy at the end.
     /// @throws std::bad_alloc; the list is then as it was. So do the two below.
@@ -134,6 +170,9 @@ public:
     RValue* m_elements = nullptr;  ///< m_count of them, host memory
     unsigned int m_visited = 0;    ///< visit stamp; see g_comparisonARRAY_RValue
 
+    uint64_t m_serial;  ///< see NewDsSerial
+    CDS_List* m_nextToFree = nullptr;
+
 private:
     int m_allocated = 0;
 };
@@ -149,13 +188,19 @@ public:
     CDS_Grid& operator=(const CDS_Grid&) = delete;
     ~CDS_Grid();
 
-    /// @return the cell, which belongs to the grid; null where it is not there. Whoever writes one releases what it
-    /// held.
+    /// @return the cell, which belongs to the grid; null where it is not there. Whoever writes one here releases what
+    /// it held.
     RValue* At(int column, int row) const;
+
+    /// Replaces a cell by a copy.
+    /// @return false, nothing changed, for a cell that is not there.
+    bool Set(int column, int row, const RValue* value);
 
     int m_width;
     int m_height;
     RValue* m_cells;  ///< m_width * m_height of them, host memory
+
+    uint64_t m_serial;  ///< see NewDsSerial
 };
 
 // --- the tables ----------------------------------------------------------------------------------------------------
@@ -166,7 +211,7 @@ struct DS_Table {
     int length = 0;  ///< indices that have been handed out so far, 0 included; those freed are null
     Container** arr = nullptr;
 
-    std::vector<int> m_free;  ///< indices to be handed out again
+    std::vector<int> m_free;  ///< indices to be handed out again; always with room for all
     int m_handedOut = 0;      ///< the last one, which may not be stored in yet
 };
 
@@ -189,9 +234,36 @@ void FreeDsList(int index);
 void FreeDsGrid(int index);
 
 /// Frees the map or list that a value refers to, with every map and list that it leads to through maps and lists, in a
-/// circle too.
-/// @throws std::bad_alloc; what has not been freed then is whole.
+/// circle too. Nothing happens for a value that refers to none.
 void FreeDsTree(const RValue* reference);
+
+/// The same for a map or list that is in no table.
+void FreeDsTree(CDS_Map* map);
+void FreeDsTree(CDS_List* list);
+
+/// A new map or list while it is filled: freed with all that it leads to, unless it has got its place in the table.
+template <class Container>
+class DS_Owner {
+public:
+    DS_Owner() : m_container(new Container) {}
+    DS_Owner(const DS_Owner&) = delete;
+    DS_Owner& operator=(const DS_Owner&) = delete;
+    ~DS_Owner() {
+        if (m_container) FreeDsTree(m_container);
+    }
+
+    Container* Get() const { return m_container; }
+    Container* operator->() const { return m_container; }
+
+    Container* Release() {
+        Container* container = m_container;
+        m_container = nullptr;
+        return container;
+    }
+
+private:
+    Container* m_container;
+};
 
 /// @return the map or list that a value refers to; null where it refers to none, or to one that is freed.
 CDS_Map* DsMapOf(const RValue* reference);

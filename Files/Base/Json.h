@@ -1,0 +1,70 @@
+#pragma once
+
+#include <json-c/json.h>
+#include <utility>
+
+/// json-c as the host and the module use it: who owns a tree, and what no memory looks like.
+///
+///     kx::JsonTree list(kx::MadeJson(json_object_new_array()));
+///     kx::AddElement(list, kx::JsonTree(EncodeValue(&value)));   // released on the way, whatever is thrown
+///     KXCreateString(&result, kx::PrintJson(list.Get()));
+///
+/// A JSON null is a null pointer, inside a tree and as a whole one.
+/// @thread any; a tree is one thread's.
+namespace kx {
+
+/// Owns a json-c tree; null for none, and for a JSON null.
+class JsonTree {
+public:
+    explicit JsonTree(json_object* tree = nullptr) : m_tree(tree) {}
+    JsonTree(JsonTree&& other) noexcept : m_tree(other.Release()) {}
+    JsonTree(const JsonTree&) = delete;
+    JsonTree& operator=(const JsonTree&) = delete;
+    JsonTree& operator=(JsonTree&& other) noexcept {
+        std::swap(m_tree, other.m_tree);
+        return *this;
+    }
+    ~JsonTree() { json_object_put(m_tree); }
+
+    [[nodiscard]] json_object* Get() const { return m_tree; }
+    json_object* Release() { return std::exchange(m_tree, nullptr); }
+
+private:
+    json_object* m_tree;
+};
+
+/// A JSON null: json_object_new_null, which versions before 0.14 do not have, gives the same.
+inline json_object* JsonNull() {
+    return nullptr;
+}
+
+/// What json-c has made, which the caller owns.
+/// @param made  a value other than JSON null; null is how json-c says that there is no memory.
+/// @throws std::bad_alloc
+json_object* MadeJson(json_object* made);
+
+/// A JSON string of a text, which the caller owns.
+/// @throws std::bad_alloc, also for a text of kx::kMaxJsonText bytes or more.
+json_object* MadeJsonText(const char* text);
+
+/// json_object_object_add and json_object_array_add, of a value that the tree owns afterwards.
+/// @throws std::bad_alloc, also for a name of kx::kMaxJsonText bytes or more.
+void AddMember(const JsonTree& object, const char* name, JsonTree value);
+void AddElement(const JsonTree& array, JsonTree value);
+
+/// json_object_to_json_string.
+/// @return the text, which belongs to the tree and lives until it is printed again.
+/// @throws std::bad_alloc, also from kx::kMaxJsonText bytes on: never gives a text with pieces missing.
+const char* PrintJson(json_object* tree);
+
+/// json_tokener_parse.
+///
+/// Refused before it is parsed, with a line on dbg_csol, is a text that could need more than kx::kMaxJsonBytes: a brace
+/// of two bytes takes json-c hundreds.
+/// @param text  may be null, which is no JSON.
+/// @param tree  set to what was read; a JSON null is a null pointer.
+/// @return false where the text is not JSON; `tree` is then as it was.
+/// @throws std::bad_alloc
+bool ParseJson(const char* text, JsonTree* tree);
+
+}  // namespace kx

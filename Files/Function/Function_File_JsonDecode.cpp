@@ -1,0 +1,227 @@
+// JSON text to maps and lists: the walks that fill them, and json_decode.
+#include "Files/Base/Json.h"
+#include "Files/Base/Number.h"
+#include "Files/Function/Function_File_Internal.h"
+#include "Files/Support/Support_Data_Structures.h"
+#include "Platform/MemoryManager.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr char WRAPPED_TEXT[] = "{ \"default\" : \"%s\" }";
+constexpr char WRAPPED_VALUE[] = "{ \"default\" : %s }";
+constexpr unsigned int WRAPPED_TEXT_EXTRA = 20;
+constexpr unsigned int WRAPPED_VALUE_EXTRA = 18;
+constexpr unsigned int NUMBER_SIZE = 54;
+
+/// Text in host memory, freed when it goes out of scope.
+class OwnedText {
+public:
+    explicit OwnedText(char* text = nullptr) : m_text(text) {}
+    OwnedText(const OwnedText&) = delete;
+    OwnedText& operator=(const OwnedText&) = delete;
+    ~OwnedText() { MemoryManager::Free(m_text); }
+
+    const char* Get() const { return m_text; }
+
+    void Take(char* text) {
+        MemoryManager::Free(m_text);
+        m_text = text;
+    }
+
+private:
+    char* m_text;
+};
+
+void SetMark(RValue* value, int index, unsigned int mark) {
+    value->real = index;
+    value->kind = VALUE_REAL | mark;
+}
+
+/// An object or array as a reference to a new map or list, anything else as its value.
+void SetValue(RValue* value, json_object* _jobj) {
+    switch (json_object_get_type(_jobj)) {
+    case json_type_object: SetMark(value, json_parse(_jobj), KIND_DS_MAP); return;
+    case json_type_array: SetMark(value, json_parse_array(_jobj, nullptr), KIND_DS_LIST); return;
+    default: json_value(_jobj, value); return;
+    }
+}
+
+/// @return the array that a walk is asked for: the member `_key`, or without a key the value itself; null where that is
+/// no array.
+json_object* ArrayIn(json_object* _jobj, const char* _key) {
+    json_object* array = _key ? json_object_object_get(_jobj, _key) : _jobj;
+    return json_object_is_type(array, json_type_array) ? array : nullptr;
+}
+
+/// A text put into one of the forms above; nothing in it is quoted.
+char* Wrap(const char* form, unsigned int extra, const char* text) {
+    auto size = static_cast<unsigned int>(std::strlen(text)) + extra;
+    auto* wrapped = static_cast<char*>(MemoryManager::Alloc(size, MODULE_SOURCE, __LINE__, false));
+    std::snprintf(wrapped, size, form, text);
+    return wrapped;
+}
+
+/// A number that is too long for the buffer makes a text that does not parse, never other digits.
+char* WrapNumber(double number) {
+    auto* wrapped = static_cast<char*>(MemoryManager::Alloc(NUMBER_SIZE, MODULE_SOURCE, __LINE__, true));
+    char digits[kx::kFixedText];
+    kx::PrintRealFixed(digits, sizeof digits, number);  // "%.2f" in any locale
+    bool fits = std::snprintf(wrapped, NUMBER_SIZE, WRAPPED_TEXT, digits) < static_cast<int>(NUMBER_SIZE);
+    if (!fits) wrapped[NUMBER_SIZE - 1] = 0;
+    return wrapped;
+}
+
+const char* SkipByteOrderMark(const char* text) {
+    bool marked = std::strlen(text) > 2 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0;
+    return marked ? text + 3 : text;
+}
+
+/// How json_decode reads a text, by its first and last character that are not white space.
+enum class Form { object, array, text };
+
+Form FormOf(const char* text) {
+    auto length = static_cast<int>(std::strlen(text));
+    const char* first = findfirstnonspace(text, 1, length);
+    if (!*first) return Form::text;
+    const char* last = findfirstnonspace(text + length - 1, -1, length);
+    if (first == last) return Form::text;
+    if (*first == '{' && *last == '}') return Form::object;
+    if (*first == '[' && *last == ']') return Form::array;
+    return Form::text;
+}
+
+/// Parses a text as json_decode does: an object as it is, anything else as the member "default" of one.
+bool ParseWrapped(const char* text, kx::JsonTree* tree) {
+    Form form = FormOf(text);
+    if (form == Form::object && kx::ParseJson(text, tree)) return true;
+
+    bool isArray = form == Form::array;
+    OwnedText wrapped(
+        Wrap(isArray ? WRAPPED_VALUE : WRAPPED_TEXT, isArray ? WRAPPED_VALUE_EXTRA : WRAPPED_TEXT_EXTRA, text));
+    if (kx::ParseJson(wrapped.Get(), tree)) return true;
+    wrapped.Take(Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, wrapped.Get()));
+    return kx::ParseJson(wrapped.Get(), tree);
+}
+
+}  // namespace
+
+bool SetInt64FromText(RValue* value, const char* text) {
+    constexpr char kHead[] = "@i64@";
+    constexpr char kTail[] = "$i64$";
+    constexpr size_t kHeadLength = sizeof kHead - 1;
+    constexpr size_t kTailLength = sizeof kTail - 1;
+    if (text[0] != kHead[0] || std::strncmp(text, kHead, kHeadLength) != 0) return false;
+    size_t length = std::strlen(text);
+    bool isForm = length > kHeadLength + kTailLength && std::strcmp(text + length - kTailLength, kTail) == 0;
+    if (!isForm) return false;
+
+    unsigned long long bits = 0;
+    std::sscanf(text, "@i64@%llx", &bits);
+    value->i64 = static_cast<int64_t>(bits);
+    value->kind = VALUE_INT64;
+    return true;
+}
+
+void json_value(json_object* _jobj, RValue* pVal) {
+    switch (json_object_get_type(_jobj)) {
+    case json_type_null:
+        pVal->ptr = nullptr;
+        pVal->kind = VALUE_PTR;
+        return;
+    case json_type_boolean: SetReal(*pVal, json_object_get_boolean(_jobj) ? 1.0 : 0.0); return;
+    case json_type_double: SetReal(*pVal, json_object_get_double(_jobj)); return;
+    case json_type_int: SetReal(*pVal, json_object_get_int(_jobj)); return;
+    case json_type_string: {
+        const char* text = json_object_get_string(_jobj);
+        if (!SetInt64FromText(pVal, text)) KXCreateString(pVal, text);
+        return;
+    }
+    case json_type_object:
+    case json_type_array: return;
+    }
+}
+
+void json_parse_to_map(json_object* _jobj, CDS_Map* _map) {
+    lh_table* members = json_object_get_object(_jobj);
+    if (!members) return;
+    KXNames names;
+    for (lh_entry* entry = lh_table_head(members); entry; entry = lh_entry_next(entry)) {
+        RValueOwner key;
+        RValueOwner val;
+        KXSetString(&key.value, static_cast<const char*>(lh_entry_k(entry)));
+        SetValue(&val.value, static_cast<json_object*>(lh_entry_v(entry)));
+        bool added = _map->Add(&key.value, &val.value);
+        if (!added) FreeDsTree(&val.value);  // nobody knows its index
+    }
+}
+
+void json_parse_array_to_list(json_object* _jobj, char* _key, CDS_List* _pList) {
+    json_object* array = ArrayIn(_jobj, _key);
+    if (!array) return;
+    KXNames names;
+    auto length = static_cast<int>(json_object_array_length(array));
+    _pList->Reserve(_pList->m_count + length);
+    for (int i = 0; i < length; ++i) {
+        json_object* element = json_object_array_get_idx(array, static_cast<size_t>(i));
+        RValueOwner val(g_undefined);  // what null is here, and a null pointer in an object
+        if (element) SetValue(&val.value, element);
+        _pList->Add(&val.value);
+    }
+}
+
+int json_parse(json_object* _jobj) {
+    DS_AutoMutex lock;
+    DS_Owner<CDS_Map> map;
+    json_parse_to_map(_jobj, map.Get());
+    int index = FindFreeDsMapIndex();
+    themaps.arr[index] = map.Release();
+    return index;
+}
+
+int json_parse_array(json_object* _jobj, char* _key) {
+    DS_Owner<CDS_List> list;
+    json_parse_array_to_list(_jobj, _key, list.Get());
+    int index = FindFreeDsListIndex();
+    thelists.arr[index] = list.Release();
+    return index;
+}
+
+int JSONToDSMap(char* _jsonData, int _map) {
+    kx::JsonTree tree;
+    if (!kx::ParseJson(_jsonData, &tree)) return -1;
+    DS_AutoMutex lock;
+    if (_map < 0) return json_parse(tree.Get());
+    if (_map < mapnumb && themaps.arr[_map]) json_parse_to_map(tree.Get(), themaps.arr[_map]);
+    return -1;
+}
+
+int JSONToDSList(char* _jsonListData, char* _key, int _list) {
+    kx::JsonTree tree;
+    if (!kx::ParseJson(_jsonListData, &tree)) return -1;
+    json_object* array = ArrayIn(tree.Get(), _key);
+    if (!array || json_object_array_length(array) < 1) return -1;
+    if (_list < 0) return json_parse_array(tree.Get(), _key);
+    if (_list < thelists.length && thelists.arr[_list]) json_parse_array_to_list(tree.Get(), _key, thelists.arr[_list]);
+    return -1;
+}
+
+const char* findfirstnonspace(const char* _pString, int _dir, int _len) {
+    for (int i = 0; i < _len && std::isspace(static_cast<unsigned char>(*_pString)); ++i) {
+        _pString += _dir;
+    }
+    return _pString;
+}
+
+void F_JsonDecode(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    SetReal(result, -1);
+    bool isText = (arg[0].kind & KIND_MASK) == VALUE_STRING;
+    OwnedText number(isText ? nullptr : WrapNumber(KXGetReal(arg, 0)));
+    const char* text = isText ? KXGetString(arg, 0) : number.Get();
+    if (!text) return;
+    kx::JsonTree tree;
+    if (ParseWrapped(SkipByteOrderMark(text), &tree)) SetReal(result, json_parse(tree.Get()));
+}

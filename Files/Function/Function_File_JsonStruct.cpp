@@ -1,0 +1,71 @@
+// JSON text to structs and arrays, and any value to JSON text.
+#include "Files/Base/Json.h"
+#include "Files/Base/KXObjectBase.h"
+#include "Files/Base/RefDynamicArray.h"
+#include "Files/Code/Code_Error.h"
+#include "Files/Function/Function_File_Internal.h"
+
+namespace {
+
+constexpr char STRUCT_CLASS[] = "___struct___";
+
+}  // namespace
+
+void F_JsonEncodeExt(RValue& result, CInstance*, CInstance*, int argc, RValue* arg) {
+    if (argc < 1) {
+        KXError("json_stringify expects a parameter");
+        return;
+    }
+    kx::JsonTree tree(EncodeValue(&arg[0]));
+    KXCreateString(&result, kx::PrintJson(tree.Get()));
+}
+
+void F_JsonDecodeExt(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
+    if ((arg[0].kind & KIND_MASK) != VALUE_STRING) {
+        KXError("json_parse : expects a string argument");
+        return;
+    }
+    result.kind = VALUE_UNDEFINED;
+    kx::JsonTree tree;
+    bool parsed = kx::ParseJson(KXGetString(arg, 0), &tree);
+    if (!parsed || !tree.Get()) {
+        KXError("JSON parse error");
+        return;
+    }
+    json_parse_ext(result, tree.Get());
+}
+
+void json_parse_ext(RValue& Result, json_object* _jobj) {
+    switch (json_object_get_type(_jobj)) {
+    case json_type_object: json_parse_object_ext(Result, _jobj); return;
+    case json_type_array: json_parse_array_ext(Result, _jobj); return;
+    default: json_value(_jobj, &Result); return;
+    }
+}
+
+void json_parse_object_ext(RValue& Result, json_object* _jobj) {
+    Result.obj = KXObjectBase::Alloc(0, VALUE_UNSET, 0, false);
+    Result.kind = VALUE_OBJECT;
+    JS_GenericObjectConstructor(Result, nullptr, nullptr, 0, nullptr);
+    Result.obj->m_className = STRUCT_CLASS;
+    lh_table* members = json_object_get_object(_jobj);
+    if (!members) return;
+    KXNames names;
+    for (lh_entry* entry = lh_table_head(members); entry; entry = lh_entry_next(entry)) {
+        RValueOwner tmp;
+        json_parse_ext(tmp.value, static_cast<json_object*>(lh_entry_v(entry)));
+        Result.obj->Add(static_cast<const char*>(lh_entry_k(entry)), tmp.value, 0);
+    }
+}
+
+/// From the last element down: the first one that is stored makes room for all.
+void json_parse_array_ext(RValue& Result, json_object* _jobj) {
+    Result.arr = ARRAY_RefAlloc();
+    Result.kind = VALUE_ARRAY;
+    if (!json_object_is_type(_jobj, json_type_array)) return;
+    for (auto index = static_cast<int>(json_object_array_length(_jobj)) - 1; index >= 0; --index) {
+        RValueOwner tmp;
+        json_parse_ext(tmp.value, json_object_array_get_idx(_jobj, static_cast<size_t>(index)));
+        SET_RValue(&Result, &tmp.value, nullptr, index);
+    }
+}
