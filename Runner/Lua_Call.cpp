@@ -52,6 +52,21 @@ bool TakeArguments(lua_State* L, const FunctionRecord& record, CallArguments* ar
     }
 }
 
+/// Pushes the result.
+void CallWith(lua_State* L, const FunctionRecord& record) {
+    Crossing crossing;
+    CallArguments arguments;
+    if (!TakeArguments(L, record, &arguments)) {
+        RaiseWithPosition(L, std::string(record.name) + ": not enough memory");
+    }
+    RValueOwner result(g_undefined);
+    CallHandler(record, &result.value, arguments.Data());
+
+    std::string error;
+    if (KXTakeError(&error)) RaiseWithPosition(L, error);
+    PushValue(L, record.name, result.value);
+}
+
 int Call(lua_State* L) {
     const auto& record = *static_cast<const FunctionRecord*>(lua_touserdata(L, lua_upvalueindex(1)));
     int given = lua_gettop(L);
@@ -60,16 +75,8 @@ int Call(lua_State* L) {
         return RaiseWithPosition(L, std::string(record.name) + " takes " + std::to_string(record.argc) + " argument" +
                                         plural + ", but " + std::to_string(given) + " given");
     }
-    CallArguments arguments;
-    if (!TakeArguments(L, record, &arguments)) {
-        return RaiseWithPosition(L, std::string(record.name) + ": not enough memory");
-    }
-    OwnedValue result;
-    CallHandler(record, &result.value, arguments.Data());
-
-    std::string error;
-    if (KXTakeError(&error)) return RaiseWithPosition(L, error);
-    PushValue(L, record, result.value);
+    CallWith(L, record);
+    Crossing::SafePoint(L);
     return 1;
 }
 

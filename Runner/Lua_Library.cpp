@@ -3,6 +3,7 @@
 
 #include "Files/IO/LoadSave.h"
 #include "Platform/MemoryManager.h"
+#include "Runner/Lua_Proxy.h"
 #include "Runner/Version.h"
 
 #include <algorithm>
@@ -122,15 +123,36 @@ int OsExit(lua_State* L) {
     return Exit(L);
 }
 
+int NullToString(lua_State* L) {
+    if (lua_touserdata(L, 1)) {
+        lua_pushfstring(L, "userdata: %p", lua_touserdata(L, 1));
+    } else {
+        lua_pushliteral(L, "kx.null");
+    }
+    return 1;
+}
+
+/// Pushes kx.null, which prints as such. All light userdata have the one metatable.
+void PushNull(lua_State* L) {
+    lua_pushlightuserdata(L, nullptr);
+    lua_createtable(L, 0, 2);
+    lua_pushcfunction(L, NullToString);
+    lua_setfield(L, -2, "__tostring");
+    lua_pushliteral(L, "kx.null");
+    lua_setfield(L, -2, "__metatable");
+    lua_setmetatable(L, -2);
+}
+
 void OpenKx(lua_State* L, ExitFunction atExit) {
     lua_newtable(L);
     lua_pushstring(L, kVersion);
     lua_setfield(L, -2, "version");
-    lua_pushlightuserdata(L, nullptr);
+    PushNull(L);
     lua_setfield(L, -2, "null");
     lua_pushlightuserdata(L, reinterpret_cast<void*>(atExit));
     lua_pushcclosure(L, Exit, 1);
     lua_setfield(L, -2, "exit");
+    OpenContainers(L);
     lua_setglobal(L, "kx");
 }
 

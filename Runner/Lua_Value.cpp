@@ -1,16 +1,33 @@
-// Values from Lua to the built-ins and back.
+// Values from Lua to the host and back.
 #include "Runner/Lua_Value.h"
 
+#include "Files/Base/Collector.h"
+#include "Files/Base/KXObjectBase.h"
 #include "Files/Base/RefDynamicArray.h"
 #include "Platform/MemoryManager.h"
+#include "Runner/Lua_Proxy.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace kx {
+
+int Crossing::g_crossings = 0;
+
 namespace {
+
+bool g_madeObjects = false;  // since the last safe point
+
+/// Two steps of the visit counter for each container: from here on the collector is to renumber soon.
+constexpr unsigned int kManyVisits = 1u << 31;
+
+/// Of a value inside tables, in an error; bytes.
+constexpr size_t kLongestPath = 120;
 
 using StringRecord = _RefThing<char const*>;
 
@@ -46,21 +63,27 @@ BorrowedRecords& Records() {
     return *records;
 }
 
-/// One argument on its way, with what its errors say.
+/// One value on its way, with what its errors say.
 class Conversion {
 public:
-    Conversion(lua_State* L, const FunctionRecord& record, int argument)
-        : m_lua(L), m_record(record), m_argument(argument) {}
+    Conversion(lua_State* L, const Subject& subject) : m_lua(L), m_subject(subject) {}
 
-    /// Fills a value that the caller releases, also after an error.
+    /// Fills a value that the caller releases, also after an error. A string is copied.
     void Convert(int index, RValue* value) {
+        if (lua_type(m_lua, index) != LUA_TSTRING) return ConvertOther(index, value);
+        *value = g_undefined;
+        KXCreateString(value, CheckText(index));
+    }
+
+    /// The same, for anything but a string.
+    void ConvertOther(int index, RValue* value) {
         *value = g_undefined;
         switch (lua_type(m_lua, index)) {
         case LUA_TNIL: return;
         case LUA_TNUMBER: return Number(index, value);
         case LUA_TBOOLEAN: *value = {{lua_toboolean(m_lua, index) ? 1.0 : 0.0}, 0, VALUE_BOOL}; return;
-        case LUA_TSTRING: return Text(index, value);
         case LUA_TTABLE: return Table(index, value);
+        case LUA_TUSERDATA: return Userdata(index, value);
         case LUA_TLIGHTUSERDATA:
             if (lua_touserdata(m_lua, index)) Refuse("a foreign pointer");
             value->ptr = nullptr;
@@ -71,11 +94,86 @@ public:
         }
     }
 
+    /// @return the text of the string at an index, which stays Lua's.
+    const char* CheckText(int index) {
+        size_t length = 0;
+        const char* text = lua_tolstring(m_lua, index, &length);
+        if (std::memchr(text, 0, length)) Refuse("a string with a zero byte");
+        if (length >= INT_MAX) Refuse("a string over 2 GiB");
+        return text;
+    }
+
+    void Struct(int index, RValue* value) {
+        std::vector<std::string> names;
+        if (!TakeNames(index, &names)) RefuseKeys();
+        std::sort(names.begin(), names.end());  // the order of Lua's tables is another one in every run
+        value->obj = KXObjectBase::Alloc(0, VALUE_UNSET, 0, false);
+        value->kind = VALUE_OBJECT;
+        Enter(index, *value);
+        for (const std::string& name : names) {
+            m_path.back().name = name.c_str();
+            lua_pushlstring(m_lua, name.data(), name.size());
+            lua_rawget(m_lua, index);
+            RValueOwner member;
+            Convert(lua_gettop(m_lua), &member.value);
+            value->obj->Add(name.c_str(), member.value, 0);
+            lua_pop(m_lua, 1);
+        }
+        m_path.pop_back();
+    }
+
+    void Array(int index, RValue* value) {
+        lua_Unsigned length = lua_rawlen(m_lua, index);
+        if (length > INT_MAX || !IsSequence(index, length)) RefuseKeys();
+        value->arr = ARRAY_RefAlloc();
+        value->kind = VALUE_ARRAY;
+        Enter(index, *value);
+        for (int i = 0; i < static_cast<int>(length); ++i) {
+            m_path.back().index = i + 1;
+            lua_rawgeti(m_lua, index, i + 1);
+            RValueOwner element;
+            Convert(lua_gettop(m_lua), &element.value);
+            SET_RValue(value, &element.value, nullptr, i);
+            lua_pop(m_lua, 1);
+        }
+        m_path.pop_back();
+    }
+
 private:
+    /// A table that is being converted, and which of its values is under way.
+    struct Level {
+        const void* table;
+        const char* name;  // null where the index says it
+        int index;
+    };
+
+    /// "json_encode: argument 1", and for a value inside a table its path: ": player.items[3]".
+    std::string Where() const {
+        std::string where = m_subject.function;
+        where += m_subject.argument ? ": argument " + std::to_string(m_subject.argument) : ": the value";
+        std::string path = Path();
+        return path.empty() ? where : where + ": " + path;
+    }
+
+    std::string Path() const {
+        std::string path = m_subject.member ? m_subject.member : "";
+        for (const Level& level : m_path) {
+            if (level.name) {
+                path += (path.empty() ? "" : ".") + std::string(level.name);
+            } else if (level.index) {
+                path += "[" + std::to_string(level.index) + "]";
+            }
+        }
+        if (path.size() > kLongestPath) path = path.substr(0, kLongestPath) + "…";
+        return path;
+    }
+
     [[noreturn]] void Refuse(const char* what) {
-        luaL_error(m_lua, "%s: argument %d is %s, which a built-in cannot take", m_record.name, m_argument, what);
+        luaL_error(m_lua, "%s is %s, which a built-in cannot take", Where().c_str(), what);
         std::abort();  // luaL_error does not return
     }
+
+    [[noreturn]] void RefuseKeys() { Refuse("a table whose keys are neither all strings nor 1 to n"); }
 
     void Number(int index, RValue* value) {
         if (lua_isinteger(m_lua, index)) {
@@ -87,52 +185,54 @@ private:
         }
     }
 
-    void Text(int index, RValue* value) {
-        size_t length = 0;
-        const char* text = lua_tolstring(m_lua, index, &length);
-        if (std::memchr(text, 0, length)) Refuse("a string with a zero byte");
-        if (length > INT_MAX) Refuse("a string over 2 GiB");
-        value->str = Records().Lend(text, length);
-        value->kind = VALUE_STRING;
+    void Userdata(int index, RValue* value) {
+        Proxy* proxy = ToProxy(m_lua, index);
+        if (!proxy) Refuse("a userdata");
+        if (proxy->type == ProxyType::row) Refuse("a grid's row");
+        RValue held = ValueOf(*proxy);
+        COPY_RValue(value, &held);
     }
 
     void Table(int index, RValue* value) {
         const void* identity = lua_topointer(m_lua, index);
-        for (const void* outer : m_path) {
-            if (outer == identity) Refuse("a table that leads back to itself");
-        }
-        if (m_path.size() >= kMaxTableNesting) Refuse("a table that is nested too deep");
-        lua_Unsigned length = lua_rawlen(m_lua, index);
-        if (length == 0 || length > INT_MAX || !IsSequence(index, length)) {
-            Refuse("a table with other keys than 1 to n");
-        }
-        luaL_checkstack(m_lua, 4, "tables nested too deep");
-        m_path.push_back(identity);
-        value->arr = ARRAY_RefAlloc();
-        value->kind = VALUE_ARRAY;
-        for (int i = 0; i < static_cast<int>(length); ++i) {
-            lua_rawgeti(m_lua, index, i + 1);
-            Element(value, i);
-            lua_pop(m_lua, 1);
-        }
-        m_path.pop_back();
-    }
-
-    /// Strings in arrays are copied: nothing on the stack keeps them alive through the call.
-    void Element(RValue* array, int i) {
-        OwnedValue element;
-        int top = lua_gettop(m_lua);
-        if (lua_type(m_lua, top) != LUA_TSTRING) {
-            Convert(top, &element.value);
-            SET_RValue(array, &element.value, nullptr, i);
+        auto known = m_known.find(identity);
+        if (known != m_known.end()) {
+            if (IsUnderWay(identity)) Refuse("a table that leads back to itself");
+            COPY_RValue(value, &known->second);
             return;
         }
-        size_t length = 0;
-        const char* text = lua_tolstring(m_lua, top, &length);
-        if (std::memchr(text, 0, length)) Refuse("a table that holds a string with a zero byte");
-        if (length > INT_MAX) Refuse("a table that holds a string over 2 GiB");
-        KXCreateString(&element.value, text);
-        SET_RValue(array, &element.value, nullptr, i);
+        if (m_path.size() >= kMaxTableNesting) Refuse("a table that is nested too deep");
+        luaL_checkstack(m_lua, 6, "tables nested too deep");
+        KXNames names;
+        if (lua_rawlen(m_lua, index) > 0) {
+            Array(index, value);
+        } else {
+            Struct(index, value);
+        }
+    }
+
+    /// True for a table around this one, but for the one that holds it: one that holds itself is no harm.
+    bool IsUnderWay(const void* table) const {
+        auto isTable = [&](const Level& level) { return level.table == table; };
+        return std::any_of(m_path.begin(), m_path.end() - 1, isTable);
+    }
+
+    void Enter(int index, const RValue& value) {
+        const void* identity = lua_topointer(m_lua, index);
+        m_known.emplace(identity, value);
+        m_path.push_back({identity, nullptr, 0});
+        g_madeObjects = true;
+    }
+
+    /// @return false where there are other keys than strings.
+    bool TakeNames(int index, std::vector<std::string>* names) {
+        lua_pushnil(m_lua);
+        while (lua_next(m_lua, index)) {
+            lua_pop(m_lua, 1);
+            if (lua_type(m_lua, -1) != LUA_TSTRING) return false;
+            names->emplace_back(CheckText(lua_gettop(m_lua)));
+        }
+        return true;
     }
 
     /// True when the keys are just 1 to `length`.
@@ -144,66 +244,20 @@ private:
             int isInteger = 0;
             auto key = static_cast<lua_Unsigned>(lua_tointegerx(m_lua, -1, &isInteger));
             bool inside = isInteger && lua_type(m_lua, -1) == LUA_TNUMBER && key >= 1 && key <= length;
-            if (!inside) {
-                lua_pop(m_lua, 1);
-                return false;
-            }
+            if (!inside) return false;
             ++keys;
         }
         return keys == length;
     }
 
     lua_State* m_lua;
-    const FunctionRecord& m_record;
-    int m_argument;
-    std::vector<const void*> m_path;  // tables that are being converted, outermost first
+    Subject m_subject;
+    std::vector<Level> m_path;                        // outermost first
+    std::unordered_map<const void*, RValue> m_known;  // tables, and what they have become; owns nothing
 };
 
 const char* KindName(unsigned int kind) {
-    switch (kind & KIND_MASK) {
-    case VALUE_PTR: return "a pointer";
-    case VALUE_OBJECT: return "a struct";
-    default: return "a value of an unknown kind";
-    }
-}
-
-void PushArray(lua_State* L, const FunctionRecord& record, const RefDynamicArrayOfRValue& array, int depth);
-
-void Push(lua_State* L, const FunctionRecord& record, const RValue& value, int depth) {
-    switch (value.kind) {
-    case VALUE_REAL: lua_pushnumber(L, value.real); return;
-    case VALUE_BOOL: lua_pushboolean(L, value.real != 0.0); return;
-    case VALUE_INT32: lua_pushinteger(L, value.i32); return;
-    case VALUE_INT64: lua_pushinteger(L, value.i64); return;
-    case VALUE_UNDEFINED:
-    case VALUE_UNSET: lua_pushnil(L); return;
-    case VALUE_STRING:
-        if (value.str && value.str->m_thing) {
-            lua_pushlstring(L, value.str->m_thing, static_cast<size_t>(value.str->m_size));
-        } else {
-            lua_pushliteral(L, "");
-        }
-        return;
-    case VALUE_ARRAY:
-        if (value.arr) return PushArray(L, record, *value.arr, depth);
-        lua_pushnil(L);
-        return;
-    case VALUE_PTR:
-        if (!value.ptr) return lua_pushlightuserdata(L, nullptr);
-        break;
-    default: break;
-    }
-    luaL_error(L, "%s: the result is %s, which Lua cannot take", record.name, KindName(value.kind));
-}
-
-void PushArray(lua_State* L, const FunctionRecord& record, const RefDynamicArrayOfRValue& array, int depth) {
-    if (depth > kMaxTableNesting) luaL_error(L, "%s: the result is nested too deep", record.name);
-    luaL_checkstack(L, 2, "arrays nested too deep");
-    lua_createtable(L, array.m_length, 0);
-    for (int i = 0; i < array.m_length; ++i) {
-        Push(L, record, array.m_elements[i], depth + 1);
-        lua_rawseti(L, -2, i + 1);
-    }
+    return (kind & KIND_MASK) == VALUE_PTR ? "a pointer" : "a value of an unknown kind";
 }
 
 }  // namespace
@@ -221,14 +275,80 @@ CallArguments::~CallArguments() {
 
 void CallArguments::Take(lua_State* L, const FunctionRecord& record) {
     for (int i = 0; i < record.argc; ++i) {
-        m_values[i] = g_undefined;
+        RValue& value = m_values[i];
+        value = g_undefined;
         m_count = i + 1;
-        Conversion(L, record, i + 1).Convert(i + 1, &m_values[i]);
+        Conversion conversion(L, {record.name, i + 1, nullptr});
+        if (lua_type(L, i + 1) != LUA_TSTRING) {
+            conversion.ConvertOther(i + 1, &value);
+            continue;
+        }
+        const char* text = conversion.CheckText(i + 1);
+        value.str = Records().Lend(text, lua_rawlen(L, i + 1));
+        value.kind = VALUE_STRING;
     }
 }
 
-void PushValue(lua_State* L, const FunctionRecord& record, const RValue& value) {
-    Push(L, record, value, 0);
+BorrowedText::BorrowedText(lua_State* L, const Subject& subject, int index) : m_value{} {
+    const char* text = Conversion(L, subject).CheckText(index);
+    m_value.str = Records().Lend(text, lua_rawlen(L, index));
+    m_value.kind = VALUE_STRING;
+}
+
+BorrowedText::~BorrowedText() {
+    Records().Return(m_value.str);
+}
+
+void TakeValue(lua_State* L, const Subject& subject, int index, RValueOwner* value) {
+    Conversion(L, subject).Convert(index, &value->value);
+}
+
+void TakeStruct(lua_State* L, const Subject& subject, int index, RValueOwner* value) {
+    KXNames names;
+    Conversion(L, subject).Struct(index, &value->value);
+}
+
+void TakeArray(lua_State* L, const Subject& subject, int index, RValueOwner* value) {
+    KXNames names;
+    Conversion(L, subject).Array(index, &value->value);
+}
+
+void PushValue(lua_State* L, const char* function, const RValue& value) {
+    switch (value.kind) {
+    case VALUE_REAL: lua_pushnumber(L, value.real); return;
+    case VALUE_BOOL: lua_pushboolean(L, value.real != 0.0); return;
+    case VALUE_INT32: lua_pushinteger(L, value.i32); return;
+    case VALUE_INT64: lua_pushinteger(L, value.i64); return;
+    case VALUE_UNDEFINED:
+    case VALUE_UNSET: lua_pushnil(L); return;
+    case VALUE_STRING:
+        if (value.str && value.str->m_thing) {
+            lua_pushlstring(L, value.str->m_thing, static_cast<size_t>(value.str->m_size));
+        } else {
+            lua_pushliteral(L, "");
+        }
+        return;
+    case VALUE_OBJECT:
+    case VALUE_ARRAY:
+        if (!value.ptr) return lua_pushnil(L);
+        g_madeObjects = true;
+        return PushProxyOf(L, value);
+    case VALUE_PTR:
+        if (!value.ptr) return lua_pushlightuserdata(L, nullptr);
+        break;
+    default:
+        if (value.kind & (KIND_DS_MAP | KIND_DS_LIST)) return PushProxyOf(L, value);
+        break;
+    }
+    luaL_error(L, "%s: the result is %s, which Lua cannot take", function, KindName(value.kind));
+}
+
+void Crossing::SafePoint(lua_State* L) {
+    if (g_crossings > 0) return;
+    if (g_madeObjects && Collector::IsDue())
+        lua_gc(L, LUA_GCCOLLECT);  // proxies that nobody has hold what they stand for
+    if (g_madeObjects || g_countSTRING_RValue >= kManyVisits) Collector::SafePoint();
+    g_madeObjects = false;
 }
 
 }  // namespace kx

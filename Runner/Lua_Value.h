@@ -5,21 +5,34 @@
 
 #include <lua5.4/lua.hpp>
 
-/// Values across the boundary between Lua and the built-ins.
+/// Values across the boundary between Lua and the host.
 ///
-/// | Lua                       | RValue          | back             |
-/// |---------------------------|-----------------|------------------|
-/// | float                     | VALUE_REAL      | float            |
-/// | integer                   | VALUE_INT64     | integer          |
-/// | boolean                   | VALUE_BOOL      | boolean          |
-/// | string without zero bytes | VALUE_STRING    | string           |
-/// | nil                       | VALUE_UNDEFINED | nil              |
-/// | kx.null                   | VALUE_PTR, null | kx.null          |
-/// | table with the keys 1…n   | VALUE_ARRAY     | such a table     |
+/// | Lua                                          | RValue                 | back        |
+/// |----------------------------------------------|------------------------|-------------|
+/// | float                                        | VALUE_REAL             | float       |
+/// | integer                                      | VALUE_INT64            | integer     |
+/// | boolean                                      | VALUE_BOOL             | boolean     |
+/// | string without zero bytes                    | VALUE_STRING           | string      |
+/// | nil                                          | VALUE_UNDEFINED        | nil         |
+/// | kx.null                                      | VALUE_PTR, null        | kx.null     |
+/// | kx.struct, table with strings as keys or `{}`| VALUE_OBJECT           | kx.struct   |
+/// | kx.array, table with the keys 1…n            | VALUE_ARRAY            | kx.array    |
+/// | kx.map, kx.list                              | VALUE_REAL, marked     | the same    |
+/// | kx.grid                                      | VALUE_REAL             | float       |
+///
+/// A struct that is made of a table has its members in the order of their names' bytes. Within one value a table that
+/// is met twice becomes one struct or array.
 ///
 /// Anything else is a Lua error. Lua is built as C++: an error unwinds, and destructors run.
 /// @thread the script's
 namespace kx {
+
+/// What a value is converted for; its errors begin with it.
+struct Subject {
+    const char* function;
+    int argument;        ///< from 1; 0 where it is just "the value"
+    const char* member;  ///< of the argument, where only that is converted; null for all of it
+};
 
 /// The arguments of one call. Strings are not copied: they stay Lua's, and a handler that keeps a reference to one
 /// finds a copy of its own there after the call.
@@ -32,6 +45,7 @@ public:
 
     /// Takes the values 1 to `record.argc` of the stack, which have to stay there as long as this lives.
     /// Raises a Lua error that names the built-in and the argument where one has no counterpart.
+    /// @throws std::bad_alloc
     void Take(lua_State* L, const FunctionRecord& record);
 
     RValue* Data() { return m_values; }
@@ -41,17 +55,47 @@ private:
     int m_count = 0;
 };
 
-/// A value that is released when it goes out of scope. Undefined at first.
-struct OwnedValue {
-    OwnedValue() = default;
-    OwnedValue(const OwnedValue&) = delete;
-    OwnedValue& operator=(const OwnedValue&) = delete;
-    ~OwnedValue() { FREE_RValue__Pre(&value); }
+/// A string that stays Lua's, for the length of a call.
+class BorrowedText {
+public:
+    /// Raises a Lua error where the string at a stack's index has a zero byte.
+    BorrowedText(lua_State* L, const Subject& subject, int index);
+    BorrowedText(const BorrowedText&) = delete;
+    BorrowedText& operator=(const BorrowedText&) = delete;
+    ~BorrowedText();
 
-    RValue value{{0}, 0, VALUE_UNDEFINED};
+    const RValue* Value() const { return &m_value; }
+
+private:
+    RValue m_value;
 };
 
-/// Pushes a value onto Lua's stack. Raises a Lua error that names the built-in where the value has no counterpart.
-void PushValue(lua_State* L, const FunctionRecord& record, const RValue& value);
+/// Fills a value from the stack; a string is copied. Raises a Lua error where it has no counterpart.
+/// @param index  not relative to the top.
+/// @throws std::bad_alloc
+void TakeValue(lua_State* L, const Subject& subject, int index, RValueOwner* value);
+
+/// Makes a new struct or array of the table at an index of the stack, whatever keys an empty one could have.
+void TakeStruct(lua_State* L, const Subject& subject, int index, RValueOwner* value);
+void TakeArray(lua_State* L, const Subject& subject, int index, RValueOwner* value);
+
+/// Pushes a value onto Lua's stack. Raises a Lua error where it has no counterpart.
+void PushValue(lua_State* L, const char* function, const RValue& value);
+
+/// A time in which values are on their way that only C++ variables hold. While one lives nothing is collected.
+class Crossing {
+public:
+    Crossing() { ++g_crossings; }
+    Crossing(const Crossing&) = delete;
+    Crossing& operator=(const Crossing&) = delete;
+    ~Crossing() { --g_crossings; }
+
+    /// Collects structs and arrays when that is due and nothing is on its way. For the end of whatever may have made
+    /// some.
+    static void SafePoint(lua_State* L);
+
+private:
+    static int g_crossings;
+};
 
 }  // namespace kx

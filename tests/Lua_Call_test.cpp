@@ -5,7 +5,7 @@
 #include "Files/Code/Code_Error.h"
 #include "Files/Code/Code_Function.h"
 #include "Platform/MemoryManager.h"
-#include "Runner/Lua_Library.h"
+#include "tests/Lua_fixture.h"
 #include "tests/support/BuiltIn.h"
 #include "tests/support/Console.h"
 
@@ -57,7 +57,7 @@ void Give(RValue& result, CInstance*, CInstance*, int, RValue*) {
     COPY_RValue(&result, &g_given);
 }
 
-class CallGate : public ::testing::Test {
+class CallGate : public LuaTest {
 protected:
     void SetUp() override {
         Function_Add("echo", Echo, 1, false);
@@ -70,26 +70,17 @@ protected:
         Function_Add("throw_recursion", ThrowRecursion, 0, false);
         Function_Add("throw_other", ThrowOther, 0, false);
         Function_Add("give", Give, 0, false);
-        OpenLibraries(m_lua.get(), Containment::closed, nullptr);
-        OpenBuiltIns(m_lua.get());
+        LuaTest::SetUp();
     }
-
-    /// Runs a chunk and gives its value as a text, or its error.
-    std::string Run(const std::string& code) {
-        lua_State* L = m_lua.get();
-        lua_settop(L, 0);
-        luaL_loadbufferx(L, code.data(), code.size(), "=test", "t");
-        lua_pcall(L, 0, 1, 0);
-        std::string text = luaL_tolstring(L, -1, nullptr);
-        lua_settop(L, 0);
-        return text;
-    }
-
-    lua_State* L() { return m_lua.get(); }
-
-private:
-    std::unique_ptr<lua_State, decltype(&lua_close)> m_lua{luaL_newstate(), &lua_close};
 };
+
+std::string Repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) {
+        all += text;
+    }
+    return all;
+}
 
 TEST_F(CallGate, MapsEveryKindAndBack) {
     struct Case {
@@ -113,6 +104,12 @@ TEST_F(CallGate, MapsEveryKindAndBack) {
         {"'\\xff\\xfe'", VALUE_STRING, "x == '\\xff\\xfe'"},
         {"nil", VALUE_UNDEFINED, "x == nil"},
         {"kx.null", VALUE_PTR, "x == kx.null and type(x) == 'userdata'"},
+        {"{x = 1, y = {}}", VALUE_OBJECT, "#x == 2 and x.x == 1 and #x.y == 0 and kx.type(x) == 'struct'"},
+        {"{}", VALUE_OBJECT, "#x == 0 and kx.type(x) == 'struct'"},
+        {"kx.struct()", VALUE_OBJECT, "#x == 0"},
+        {"kx.array()", VALUE_ARRAY, "#x == 0 and kx.type(x) == 'array'"},
+        {"kx.map()", VALUE_REAL | KIND_DS_MAP, "#x == 0 and kx.type(x) == 'map'"},
+        {"kx.list()", VALUE_REAL | KIND_DS_LIST, "#x == 0 and kx.type(x) == 'list'"},
         {"{1, 'two', {true}}", VALUE_ARRAY, "#x == 3 and x[1] == 1 and x[2] == 'two' and x[3][1] == true"},
     };
     for (const Case& each : cases) {
@@ -124,30 +121,33 @@ TEST_F(CallGate, MapsEveryKindAndBack) {
     }
 }
 
-TEST_F(CallGate, RefusesWhatHasNoCounterpart) {
+TEST_F(CallGate, RefusesWhatHasNoCounterpartAndSaysWhereItIs) {
+    const char* const otherKeys = " is a table whose keys are neither all strings nor 1 to n";
     struct Case {
         const char* value;
-        const char* what;
+        std::string what;
     };
     const Case cases[] = {
-        {"print", "a function"},
-        {"coroutine.create(print)", "a coroutine"},
-        {"'a\\0b'", "a string with a zero byte"},
-        {"{'a\\0b'}", "a table that holds a string with a zero byte"},
-        {"{x = 1}", "a table with other keys than 1 to n"},
-        {"{1, 2, x = 3}", "a table with other keys than 1 to n"},
-        {"{1, nil, 3, [10] = 1}", "a table with other keys than 1 to n"},
-        {"{}", "a table with other keys than 1 to n"},
-        {"{1, {2, {print}}}", "a function"},
-        {"(function() local t = {1} t[2] = t return t end)()", "a table that leads back to itself"},
-        {"(function() local t = {1} for i = 1, 1000 do t = {t} end return t end)()", "a table that is nested too deep"},
+        {"print", " is a function"},
+        {"coroutine.create(print)", " is a coroutine"},
+        {"'a\\0b'", " is a string with a zero byte"},
+        {"{'a\\0b'}", ": [1] is a string with a zero byte"},
+        {"{['a\\0b'] = 1}", " is a string with a zero byte"},
+        {"{1, 2, x = 3}", otherKeys},
+        {"{x = 3, [true] = 1}", otherKeys},
+        {"{1, nil, 3, [10] = 1}", otherKeys},
+        {"{[2.5] = 1}", otherKeys},
+        {"{1, {2, {print}}}", ": [2][2][1] is a function"},
+        {"{player = {items = {1, {use = print}}}}", ": player.items[2].use is a function"},
+        {"(function() local t = {1} t[2] = {t} return t end)()", ": [2][1] is a table that leads back to itself"},
+        {"(function() local t = {} t.a = {b = t} return t end)()", ": a.b is a table that leads back to itself"},
+        {"(function() local t = {1} for i = 1, 1000 do t = {abcdefghi = t} end return t end)()",
+         ": " + Repeated("abcdefghi.", 12) + "… is a table that is nested too deep"},
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(each.value);
-        std::string expected =
-            std::string("test:1: echo: argument 1 is ") + each.what + ", which a built-in cannot take";
-
-        EXPECT_EQ(Run(std::string("return echo(") + each.value + ")"), expected);
+        EXPECT_EQ(Run(std::string("return echo(") + each.value + ")"),
+                  "test:1: echo: argument 1" + each.what + ", which a built-in cannot take");
     }
 }
 
@@ -213,21 +213,18 @@ TEST_F(CallGate, AStringThatAHandlerKeepsOutlivesTheCall) {
     Run("local s = ('kept '):rep(20) keep(s) s = nil collectgarbage()");
     Run("for i = 1, 100 do echo('other ' .. i) end");
 
-    std::string expected;
-    for (int i = 0; i < 20; ++i) {
-        expected += "kept ";
-    }
-    EXPECT_EQ(g_kept.str->m_thing, expected);
+    EXPECT_EQ(g_kept.str->m_thing, Repeated("kept ", 20));
     EXPECT_EQ(g_kept.str->m_refCount, 1);
     FREE_RValue__Pre(&g_kept);
 }
 
 TEST_F(CallGate, CallsLeaveNoMemoryBehind) {
-    Run("echo('warm') echo({1, {'two'}})");
+    Run("echo('warm') echo({1, {'two'}}) collectgarbage()");
     long long before = MemoryManager::Stats().blocks;
 
     Run("for i = 1, 100 do echo('text') echo({1, {'two'}}) pcall(echo, {1, {print}}) pcall(fail) end");
 
+    Run("collectgarbage()");
     EXPECT_EQ(MemoryManager::Stats().blocks, before);
 }
 

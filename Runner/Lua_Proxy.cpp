@@ -1,0 +1,187 @@
+// Proxies: one for each container, and its life.
+#include "Runner/Lua_Proxy.h"
+
+#include "Files/Base/Collector.h"
+#include "Files/Support/Support_Data_Structures.h"
+
+#include <iterator>
+
+namespace kx {
+namespace {
+
+const char kMark = 0;
+const char kProxies = 0;  // registry key of the table of proxies, by serial or by address; its values are weak
+
+constexpr const char* kNames[] = {"map", "list", "grid", "grid row", "struct", "array"};
+char g_metatables[std::size(kNames)];  // registry keys
+
+const char* MetatableOf(ProxyType type) {
+    return &g_metatables[static_cast<size_t>(type)];
+}
+
+Proxy* NewProxy(lua_State* L, ProxyType type) {
+    auto* proxy = static_cast<Proxy*>(lua_newuserdatauv(L, sizeof(Proxy), 0));
+    *proxy = Proxy{&kMark, type, 0, 0, 0, RValue{}};
+    lua_rawgetp(L, LUA_REGISTRYINDEX, MetatableOf(type));
+    lua_setmetatable(L, -2);
+    return proxy;
+}
+
+/// Pushes the proxy that the table on the stack's top has for a key, or a new one.
+/// @return the new one, null where it was there.
+template <class Get, class Put>
+Proxy* FindOrMake(lua_State* L, ProxyType type, Get get, Put put) {
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kProxies);
+    Proxy* proxy = nullptr;
+    if (get() != LUA_TUSERDATA) {
+        lua_pop(L, 1);
+        proxy = NewProxy(L, type);
+        lua_pushvalue(L, -1);
+        put();
+    }
+    lua_remove(L, -2);
+    return proxy;
+}
+
+void PushContainer(lua_State* L, ProxyType type, int index, uint64_t serial) {
+    auto key = static_cast<lua_Integer>(serial);
+    Proxy* proxy = FindOrMake(
+        L, type, [&] { return lua_rawgeti(L, -1, key); }, [&] { lua_rawseti(L, -3, key); });
+    if (!proxy) return;
+    proxy->index = index;
+    proxy->serial = serial;
+}
+
+void PushHeld(lua_State* L, ProxyType type, const RValue& value) {
+    Proxy* proxy = FindOrMake(
+        L, type, [&] { return lua_rawgetp(L, -1, value.ptr); }, [&] { lua_rawsetp(L, -3, value.ptr); });
+    if (!proxy) return;
+    COPY_RValue(&proxy->held, &value);
+    if (type == ProxyType::structure) Collector::AddRoot(&proxy->held);
+}
+
+int Release(lua_State* L) {
+    Proxy* proxy = ToProxy(L, 1);
+    if (!proxy) return 0;
+    if (proxy->type == ProxyType::structure) Collector::RemoveRoot(&proxy->held);
+    FREE_RValue__Pre(&proxy->held);
+    proxy->held = RValue{};
+    return 0;
+}
+
+int ToString(lua_State* L) {
+    Proxy* proxy = ToProxy(L, 1);
+    if (!proxy) return luaL_error(L, "not a container");
+    bool indexed = proxy->type != ProxyType::structure && proxy->type != ProxyType::array;
+    if (indexed) {
+        lua_pushfstring(L, "kx.%s: %d", NameOf(proxy->type), proxy->index);
+    } else {
+        lua_pushfstring(L, "kx.%s: %p", NameOf(proxy->type), proxy->held.ptr);
+    }
+    return 1;
+}
+
+template <class Container>
+Container& Alive(lua_State* L, const Proxy& proxy, const DS_Table<Container>& table) {
+    Container* container = proxy.index < table.length ? table.arr[proxy.index] : nullptr;
+    if (!container || container->m_serial != proxy.serial) {
+        luaL_error(L, "kx.%s %d has been freed", NameOf(proxy.type), proxy.index);
+    }
+    return *container;
+}
+
+}  // namespace
+
+const char* NameOf(ProxyType type) {
+    return kNames[static_cast<size_t>(type)];
+}
+
+Proxy* ToProxy(lua_State* L, int index) {
+    if (lua_type(L, index) != LUA_TUSERDATA || lua_rawlen(L, index) != sizeof(Proxy)) return nullptr;
+    auto* proxy = static_cast<Proxy*>(lua_touserdata(L, index));
+    return proxy->mark == &kMark ? proxy : nullptr;
+}
+
+Proxy* CheckProxy(lua_State* L, int index, ProxyType type) {
+    Proxy* proxy = ToProxy(L, index);
+    bool right = proxy && proxy->type == type;
+    if (!right) luaL_typeerror(L, index, lua_pushfstring(L, "kx.%s", NameOf(type)));
+    return proxy;
+}
+
+CDS_Map& MapOf(lua_State* L, const Proxy& proxy) {
+    return Alive(L, proxy, themaps);
+}
+
+CDS_List& ListOf(lua_State* L, const Proxy& proxy) {
+    return Alive(L, proxy, thelists);
+}
+
+CDS_Grid& GridOf(lua_State* L, const Proxy& proxy) {
+    return Alive(L, proxy, thegrids);
+}
+
+RValue ValueOf(const Proxy& proxy) {
+    RValue value = proxy.held;
+    switch (proxy.type) {
+    case ProxyType::structure:
+    case ProxyType::array: return value;
+    case ProxyType::map: value.kind = VALUE_REAL | KIND_DS_MAP; break;
+    case ProxyType::list: value.kind = VALUE_REAL | KIND_DS_LIST; break;
+    case ProxyType::grid:
+    case ProxyType::row: value.kind = VALUE_REAL; break;
+    }
+    value.real = proxy.index;
+    return value;
+}
+
+void PushProxyOf(lua_State* L, const RValue& value) {
+    if ((value.kind & KIND_MASK) == VALUE_OBJECT) return PushHeld(L, ProxyType::structure, value);
+    if ((value.kind & KIND_MASK) == VALUE_ARRAY) return PushHeld(L, ProxyType::array, value);
+    DS_AutoMutex lock;
+    auto index = static_cast<int>(value.real);
+    if (CDS_Map* map = DsMapOf(&value)) return PushContainer(L, ProxyType::map, index, map->m_serial);
+    if (CDS_List* list = DsListOf(&value)) return PushContainer(L, ProxyType::list, index, list->m_serial);
+    lua_pushnil(L);
+}
+
+void PushGrid(lua_State* L, int index) {
+    DS_AutoMutex lock;
+    CDS_Grid* grid = index >= 1 && index < thegrids.length ? thegrids.arr[index] : nullptr;
+    if (grid) return PushContainer(L, ProxyType::grid, index, grid->m_serial);
+    lua_pushnil(L);
+}
+
+void PushRow(lua_State* L, const Proxy& grid, int row) {
+    int index = grid.index;
+    uint64_t serial = grid.serial;
+    Proxy* proxy = NewProxy(L, ProxyType::row);
+    proxy->index = index;
+    proxy->serial = serial;
+    proxy->row = row;
+}
+
+void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods) {
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kProxies);
+    if (lua_isnil(L, -1)) {
+        lua_newtable(L);
+        lua_newtable(L);
+        lua_pushliteral(L, "v");
+        lua_setfield(L, -2, "__mode");
+        lua_setmetatable(L, -2);
+        lua_rawsetp(L, LUA_REGISTRYINDEX, &kProxies);
+    }
+    lua_pop(L, 1);
+
+    lua_newtable(L);
+    luaL_setfuncs(L, methods, 0);
+    const luaL_Reg common[] = {{"__gc", Release}, {"__tostring", ToString}, {nullptr, nullptr}};
+    luaL_setfuncs(L, common, 0);
+    lua_pushfstring(L, "kx.%s", NameOf(type));
+    lua_pushvalue(L, -1);
+    lua_setfield(L, -3, "__name");
+    lua_setfield(L, -2, "__metatable");  // scripts see its name and nothing else
+    lua_rawsetp(L, LUA_REGISTRYINDEX, MetatableOf(type));
+}
+
+}  // namespace kx

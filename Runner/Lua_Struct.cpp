@@ -1,0 +1,119 @@
+// kx.struct.
+#include "Files/Base/KXObjectBase.h"
+#include "Runner/Lua_Proxy.h"
+#include "Runner/Lua_Value.h"
+
+namespace kx {
+namespace {
+
+constexpr Subject kSubject = {"kx.struct", 0, nullptr};
+
+KXObjectBase* CheckStruct(lua_State* L) {
+    return CheckProxy(L, 1, ProxyType::structure)->held.obj;
+}
+
+const char* CheckName(lua_State* L, int index) {
+    if (lua_type(L, index) != LUA_TSTRING) {
+        luaL_error(L, "kx.struct: a member's name is a string, not a %s", luaL_typename(L, index));
+    }
+    return lua_tostring(L, index);
+}
+
+/// Pushes a member's value; nil where there is none.
+void PushMember(lua_State* L, const RValue* member) {
+    RValueOwner value(g_undefined);
+    if (member) COPY_RValue(&value.value, member);
+    PushValue(L, "kx.struct", value.value);
+}
+
+int Index(lua_State* L) {
+    KXObjectBase* object = CheckStruct(L);
+    Crossing crossing;
+    PushMember(L, object->Get(CheckName(L, 2)));
+    return 1;
+}
+
+int SetIndex(lua_State* L) {
+    KXObjectBase* object = CheckStruct(L);
+    CheckName(L, 2);
+    {
+        Crossing crossing;
+        RValueOwner value;
+        TakeValue(L, kSubject, 3, &value);
+        BorrowedText name(L, kSubject, 2);
+        if (value.value.kind == VALUE_UNDEFINED) {
+            object->Remove(name.Value()->str->m_thing);
+        } else {
+            object->Add(name.Value()->str->m_thing, value.value, 0);
+        }
+    }
+    Crossing::SafePoint(L);
+    return 0;
+}
+
+int Length(lua_State* L) {
+    lua_pushinteger(L, CheckStruct(L)->Count());
+    return 1;
+}
+
+/// The iterator of pairs, with the place of the next member and the number of members in its upvalues.
+int Next(lua_State* L) {
+    KXObjectBase* object = CheckStruct(L);
+    auto place = static_cast<int>(lua_tointeger(L, lua_upvalueindex(1)));
+    if (object->Count() != lua_tointeger(L, lua_upvalueindex(2))) {
+        return luaL_error(L, "kx.struct: a member came or went while it was walked");
+    }
+    if (place >= object->Count()) return 0;
+    lua_pushinteger(L, place + 1);
+    lua_replace(L, lua_upvalueindex(1));
+    Crossing crossing;
+    lua_pushstring(L, object->NameAt(place));
+    PushMember(L, object->ValueAt(place));
+    return 2;
+}
+
+int Pairs(lua_State* L) {
+    KXObjectBase* object = CheckStruct(L);
+    lua_pushinteger(L, 0);
+    lua_pushinteger(L, object->Count());
+    lua_pushcclosure(L, Guarded<Next>, 2);
+    lua_pushvalue(L, 1);
+    return 2;
+}
+
+/// kx.struct([table])
+int Make(lua_State* L) {
+    lua_settop(L, 1);
+    if (lua_isuserdata(L, 1)) {
+        CheckStruct(L);
+        return 1;
+    }
+    if (lua_isnil(L, 1)) {
+        lua_newtable(L);
+        lua_replace(L, 1);
+    }
+    luaL_checktype(L, 1, LUA_TTABLE);
+    {
+        Crossing crossing;
+        RValueOwner made;
+        TakeStruct(L, {"kx.struct", 1, nullptr}, 1, &made);
+        PushValue(L, "kx.struct", made.value);
+    }
+    Crossing::SafePoint(L);
+    return 1;
+}
+
+}  // namespace
+
+void OpenStruct(lua_State* L) {
+    const luaL_Reg methods[] = {{"__index", Guarded<Index>},
+                                {"__newindex", Guarded<SetIndex>},
+                                {"__len", Guarded<Length>},
+                                {"__pairs", Guarded<Pairs>},
+                                {nullptr, nullptr}};
+    RegisterProxy(L, ProxyType::structure, methods);
+    lua_pushcfunction(L, Guarded<Make>);
+    lua_setfield(L, -2, "struct");
+}
+
+}  // namespace kx
