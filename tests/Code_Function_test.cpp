@@ -213,5 +213,46 @@ TEST(Results, OfNoTextAreEmptyStrings) {
     }
 }
 
+TEST(Names, ShareOneTextWhileTheyAreShared) {
+    long long before = MemoryManager::Stats().blocks;
+    RValueOwner first;
+    RValueOwner second;
+    RValueOwner other;
+    {
+        KXNames names;
+        KXSetString(&first.value, "name");
+        KXNames inner;  // is the outer one
+        KXSetString(&second.value, "name");
+        KXSetString(&other.value, "other");
+    }
+
+    EXPECT_EQ(first.value.str, second.value.str);
+    EXPECT_NE(first.value.str, other.value.str);
+    EXPECT_EQ(first.value.str->m_refCount, 2);
+    EXPECT_EQ(MemoryManager::Stats().blocks - before, 2);
+}
+
+TEST(Names, AreTheirOwnOtherwise) {
+    RValueOwner first;
+    RValueOwner second;
+
+    KXSetString(&first.value, "name");
+    KXSetString(&second.value, "name");
+
+    EXPECT_NE(first.value.str, second.value.str);
+}
+
+TEST(Names, AreRightHoweverManyAndHoweverLong) {
+    KXNames names;
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 1000; ++i) {
+            std::string text = std::to_string(i) + std::string(static_cast<size_t>(i % 100), 'x');
+            RValueOwner name;
+            KXSetString(&name.value, text.c_str());
+            EXPECT_EQ(name.value.str->m_thing, text);
+        }
+    }
+}
+
 }  // namespace
 }  // namespace kx::test

@@ -2,6 +2,7 @@
 #include "Files/Base/KXObjectBase.h"
 
 #include "Files/Base/Collector.h"
+#include "Files/Base/Json.h"
 #include "Files/Base/Limits.h"
 #include "tests/RValue_fixture.h"
 
@@ -165,6 +166,16 @@ TEST_F(Structs, NestedTooDeepAreNotPrinted) {
         KXRecursionLimit);
     ResetVisits();
     EXPECT_EQ(Printed(StructValue(last)), "{  }");
+}
+
+TEST_F(Structs, BecomeJsonObjectsInTheirOrder) {
+    KXObjectBase* object = NewStruct();
+    Add(object, "z", Text("text"));
+    Add(object, "a", StructValue(NewStruct()));
+
+    kx::JsonTree tree(EncodeObject(object));
+
+    EXPECT_STREQ(kx::PrintJson(tree.Get()), R"({ "z": "text", "a": { } })");
 }
 
 }  // namespace

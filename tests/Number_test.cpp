@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
@@ -181,6 +182,29 @@ TEST(Number, KnowsNoDecimalComma) {
     ExpectReadings(kNumbers);
     EXPECT_EQ(Printed(PrintReal, 1.5), "1.5");
     EXPECT_EQ(Printed(PrintRealG, 1.5), "1.5");
+}
+
+TEST(Numbers, PrintWithTwoDecimals) {
+    struct Case {
+        double value;
+        const char* text;
+    };
+    const Case cases[] = {
+        {0, "0.00"},  {-0.0, "-0.00"},     {2.675, "2.67"}, {-1.005, "-1.00"}, {1e15, "1000000000000000.00"},
+        {NAN, "nan"}, {-kInfinity, "-inf"}};
+    for (const Case& each : cases) {
+        char text[kFixedText];
+        EXPECT_EQ(PrintRealFixed(text, sizeof text, each.value), static_cast<int>(std::strlen(each.text)));
+        EXPECT_STREQ(text, each.text);
+    }
+}
+
+TEST(Numbers, WithTwoDecimalsAreCutWhereTheirRoomEnds) {
+    char longest[kFixedText];
+    EXPECT_EQ(PrintRealFixed(longest, sizeof longest, -1.7e308), 313);
+    char text[5];
+    EXPECT_EQ(PrintRealFixed(text, sizeof text, 123456), 4);
+    EXPECT_STREQ(text, "1234");
 }
 
 }  // namespace

@@ -33,6 +33,31 @@ inline RValue Real(double value) {
     return {{value}, 0, VALUE_REAL};
 }
 
+inline RValue Int32(int32_t number) {
+    RValue value{};
+    value.i32 = number;
+    value.kind = VALUE_INT32;
+    return value;
+}
+
+inline RValue Int64(int64_t number) {
+    RValue value{};
+    value.i64 = number;
+    value.kind = VALUE_INT64;
+    return value;
+}
+
+inline RValue Bool(bool truth) {
+    return {{truth ? 1.0 : 0.0}, 0, VALUE_BOOL};
+}
+
+inline RValue Other(unsigned int kind, int64_t payload) {
+    RValue value{};
+    value.i64 = payload;
+    value.kind = kind;
+    return value;
+}
+
 /// The printed form, through a buffer that starts as small as the module's own.
 inline std::string Printed(const RValue& value) {
     int size = 16;

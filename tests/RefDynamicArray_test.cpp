@@ -120,5 +120,21 @@ TEST(Arrays, FillTheGapWithZeros) {
     FREE_RValue__Pre(&array);
 }
 
+TEST(Arrays, CloseUpWhereAnElementIsRemoved) {
+    RValue array = Array();
+    for (const char* text : {"a", "b", "c"}) {
+        Push(&array, Text(text));
+    }
+
+    REMOVE_RValue(&array, 1);
+    REMOVE_RValue(&array, 2);
+    REMOVE_RValue(&array, -1);
+    RValue number = Real(1);
+    REMOVE_RValue(&number, 0);
+
+    EXPECT_EQ(Printed(array), "[ a,c ]");
+    FREE_RValue__Pre(&array);
+}
+
 }  // namespace
 }  // namespace kx::test

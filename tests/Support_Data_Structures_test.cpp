@@ -4,7 +4,7 @@
 #include "Files/Base/Limits.h"
 #include "Files/Base/RefDynamicArray.h"
 #include "Platform/MemoryManager.h"
-#include "tests/support/BuiltIn.h"
+#include "tests/Data_Structures_fixture.h"
 
 #include <climits>
 #include <cmath>
@@ -19,58 +19,7 @@
 namespace kx::test {
 namespace {
 
-RValue Int32(int32_t number) {
-    RValue value{};
-    value.i32 = number;
-    value.kind = VALUE_INT32;
-    return value;
-}
-
-RValue Int64(int64_t number) {
-    RValue value{};
-    value.i64 = number;
-    value.kind = VALUE_INT64;
-    return value;
-}
-
-RValue Bool(bool truth) {
-    return {{truth ? 1.0 : 0.0}, 0, VALUE_BOOL};
-}
-
-RValue Other(unsigned int kind, int64_t payload) {
-    RValue value{};
-    value.i64 = payload;
-    value.kind = kind;
-    return value;
-}
-
-RValue MapReference(int index) {
-    return {{static_cast<double>(index)}, 0, KIND_DS_MAP};
-}
-
-RValue ListReference(int index) {
-    return {{static_cast<double>(index)}, 0, KIND_DS_LIST};
-}
-
-int NewMap() {
-    int index = FindFreeDsMapIndex();
-    themaps.arr[index] = new CDS_Map;
-    return index;
-}
-
-int NewList() {
-    int index = FindFreeDsListIndex();
-    thelists.arr[index] = new CDS_List;
-    return index;
-}
-
-void Set(CDS_Map& map, Value key, Value value) {
-    map.Set(&key.Get(), &value.Get());
-}
-
-const RValue* Find(const CDS_Map& map, Value key) {
-    return map.Find(&key.Get());
-}
+using DataStructures = DataStructuresTest;
 
 /// The numbers under the keys in the order of the walk.
 std::vector<double> Walk(const CDS_Map& map) {
@@ -80,16 +29,6 @@ std::vector<double> Walk(const CDS_Map& map) {
     }
     return numbers;
 }
-
-/// Nothing that a test makes outlives it.
-class DataStructures : public ::testing::Test {
-protected:
-    void SetUp() override { m_blocks = MemoryManager::Stats().blocks; }
-    void TearDown() override { EXPECT_EQ(MemoryManager::Stats().blocks, m_blocks); }
-
-private:
-    long long m_blocks = 0;
-};
 
 // --- maps ------------------------------------------------------------------------------------------------------------
 
@@ -304,6 +243,88 @@ TEST_F(DataStructures, AMapBehavesLikeAModelWhateverIsDone) {
     }
 }
 
+/// The hash that a map has for a text: FNV-1a, mixed.
+unsigned int HashOf(const std::string& text) {
+    unsigned int hash = 2166136261u;
+    for (unsigned char byte : text) {
+        hash = (hash ^ byte) * 16777619u;
+    }
+    hash = (hash ^ (hash >> 16)) * 0x85EBCA6Bu;
+    return hash ^ (hash >> 13);
+}
+
+/// Texts that are in one bucket, however many buckets a map of theirs has.
+std::vector<std::string> TextsOfOneBucket(size_t count) {
+    std::vector<std::string> texts;
+    for (int i = 0; texts.size() < count; ++i) {
+        std::string text = std::to_string(i);
+        if (HashOf(text) % 4096 == 0) texts.push_back(text);
+    }
+    return texts;
+}
+
+TEST_F(DataStructures, TextsThatShareABucketAreFoundReplacedAndDeletedLikeOthers) {
+    CDS_Map map;
+    std::vector<std::string> texts = TextsOfOneBucket(500);
+    for (size_t i = 0; i < texts.size(); ++i) {
+        Set(map, texts[i], static_cast<double>(i));
+        Set(map, static_cast<double>(i), -1);  // other keys among them
+    }
+    ASSERT_EQ(map.m_pHashTable->m_pHashingTable[0].m_pFirst->m_ID % 4096, 0u);
+
+    for (size_t i = 0; i < texts.size(); i += 2) {
+        Value key(texts[i]);
+        EXPECT_TRUE(map.Delete(&key.Get()));
+        EXPECT_FALSE(map.Delete(&key.Get()));
+        Set(map, texts[i + 1], 1000.0 + static_cast<double>(i));
+    }
+
+    EXPECT_EQ(map.Count(), 750);
+    EXPECT_EQ(Walk(map).size(), 750u);
+    for (size_t i = 0; i < texts.size(); i += 2) {
+        EXPECT_EQ(Find(map, texts[i]), nullptr);
+        EXPECT_EQ(Find(map, texts[i + 1])->real, 1000.0 + static_cast<double>(i));
+    }
+    map.Clear();
+    Set(map, texts[0], 1);
+    EXPECT_EQ(Find(map, texts[0])->real, 1);
+}
+
+TEST_F(DataStructures, AMapTellsThatEntriesCameOrWentAndNothingElse) {
+    CDS_Map map;
+    Set(map, "a", 1);
+    uint64_t changes = map.m_changes;
+
+    Set(map, "a", 2);
+    Find(map, "b");
+    EXPECT_EQ(map.m_changes, changes);
+    Set(map, "b", 1);
+    EXPECT_NE(map.m_changes, changes);
+    changes = map.m_changes;
+    Value key("b");
+    map.Delete(&key.Get());
+    EXPECT_NE(map.m_changes, changes);
+    changes = map.m_changes;
+    map.Clear();
+    EXPECT_NE(map.m_changes, changes);
+}
+
+TEST_F(DataStructures, ADeletedEntrysRoomIsUsedAgain) {
+    CDS_Map map;
+    for (int i = 0; i < 100; ++i) {
+        Set(map, i, i);
+    }
+    long long blocks = MemoryManager::Stats().blocks;
+    for (int i = 0; i < 10000; ++i) {
+        Value key(i);
+        map.Delete(&key.Get());
+        Set(map, i + 100, i);
+    }
+
+    EXPECT_EQ(MemoryManager::Stats().blocks, blocks);
+    EXPECT_EQ(map.Count(), 100);
+}
+
 // --- lists and grids -------------------------------------------------------------------------------------------------
 
 TEST_F(DataStructures, AListKeepsItsOrder) {
@@ -348,6 +369,33 @@ TEST_F(DataStructures, AListMayTakeAnElementOfItsOwn) {
     }
     EXPECT_EQ(list.m_count, 101);
     EXPECT_EQ(text.Get().str->m_refCount, 102);
+}
+
+TEST_F(DataStructures, AListMakesRoomBeforehand) {
+    CDS_List list;
+    list.Reserve(1000);
+    const RValue* elements = list.m_elements;
+    for (int i = 0; i < 1000; ++i) {
+        RValue value = Real(i);
+        list.Add(&value);
+    }
+    list.Reserve(10);
+
+    EXPECT_EQ(list.m_elements, elements);
+    EXPECT_EQ(list.Get(999)->real, 999);
+}
+
+TEST_F(DataStructures, AGridsCellIsReplaced) {
+    CDS_Grid grid(2, 2);
+    Value text("text");
+
+    EXPECT_TRUE(grid.Set(1, 0, &text.Get()));
+    EXPECT_TRUE(grid.Set(1, 0, &text.Get()));
+    EXPECT_FALSE(grid.Set(2, 0, &text.Get()));
+    EXPECT_FALSE(grid.Set(0, -1, &text.Get()));
+
+    EXPECT_STREQ(grid.At(1, 0)->str->m_thing, "text");
+    EXPECT_EQ(text.Get().str->m_refCount, 2);
 }
 
 TEST_F(DataStructures, AGridIsStoredRowByRow) {
@@ -508,6 +556,46 @@ TEST_F(DataStructures, AWholeTreeIsFreedInACircleToo) {
     EXPECT_EQ(thelists.arr[list], nullptr);
     EXPECT_NE(themaps.arr[other], nullptr);
     FreeDsMap(other);
+}
+
+TEST_F(DataStructures, AContainerThatIsBeingFilledGoesWithItsTree) {
+    int child = 0;
+    {
+        DS_Owner<CDS_List> list;
+        child = NewMap();
+        RValue reference = MapReference(child);
+        list->Add(&reference);
+    }
+    EXPECT_EQ(themaps.arr[child], nullptr);
+
+    DS_Owner<CDS_List> kept;
+    delete kept.Release();
+}
+
+TEST_F(DataStructures, NoTwoContainersHaveOneSerial) {
+    int first = NewMap();
+    uint64_t serial = themaps.arr[first]->m_serial;
+    FreeDsMap(first);
+    int second = NewMap();
+
+    EXPECT_EQ(first, second);
+    EXPECT_NE(themaps.arr[second]->m_serial, serial);
+    EXPECT_NE(CDS_List().m_serial, CDS_List().m_serial);
+    EXPECT_NE(CDS_Grid(1, 1).m_serial, CDS_Grid(1, 1).m_serial);
+    FreeDsMap(second);
+}
+
+TEST_F(DataStructures, ATreeIsFreedWhereTheLockCanBeTakenNoDeeper) {
+    int map = NewMap();
+    std::vector<std::unique_ptr<DS_AutoMutex>> holds;
+    for (int i = 0; i < kMaxNesting; ++i) {
+        holds.push_back(std::make_unique<DS_AutoMutex>());
+    }
+    RValue reference = MapReference(map);
+
+    EXPECT_NO_THROW(FreeDsTree(&reference));
+
+    EXPECT_EQ(themaps.arr[map], nullptr);
 }
 
 TEST_F(DataStructures, ADeepTreeIsFreedWithoutDeepCalls) {

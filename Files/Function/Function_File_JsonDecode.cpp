@@ -36,6 +36,26 @@ private:
     char* m_text;
 };
 
+/// A value on its way into a container. Where it does not arrive, the new map or list that it refers to goes too:
+/// nobody knows its index.
+class Arrival {
+public:
+    Arrival() = default;
+    Arrival(const Arrival&) = delete;
+    Arrival& operator=(const Arrival&) = delete;
+    ~Arrival() {
+        if (!m_arrived) FreeDsTree(&value);
+        FREE_RValue__Pre(&value);
+    }
+
+    void Arrive() { m_arrived = true; }
+
+    RValue value{};
+
+private:
+    bool m_arrived = false;
+};
+
 void SetMark(RValue* value, int index, unsigned int mark) {
     value->real = index;
     value->kind = VALUE_REAL | mark;
@@ -151,11 +171,10 @@ void json_parse_to_map(json_object* _jobj, CDS_Map* _map) {
     KXNames names;
     for (lh_entry* entry = lh_table_head(members); entry; entry = lh_entry_next(entry)) {
         RValueOwner key;
-        RValueOwner val;
+        Arrival val;
         KXSetString(&key.value, static_cast<const char*>(lh_entry_k(entry)));
         SetValue(&val.value, static_cast<json_object*>(lh_entry_v(entry)));
-        bool added = _map->Add(&key.value, &val.value);
-        if (!added) FreeDsTree(&val.value);  // nobody knows its index
+        if (_map->Add(&key.value, &val.value)) val.Arrive();
     }
 }
 
@@ -167,9 +186,11 @@ void json_parse_array_to_list(json_object* _jobj, char* _key, CDS_List* _pList) 
     _pList->Reserve(_pList->m_count + length);
     for (int i = 0; i < length; ++i) {
         json_object* element = json_object_array_get_idx(array, static_cast<size_t>(i));
-        RValueOwner val(g_undefined);  // what null is here, and a null pointer in an object
+        Arrival val;
+        val.value = g_undefined;  // what null is here, and a null pointer in an object
         if (element) SetValue(&val.value, element);
         _pList->Add(&val.value);
+        val.Arrive();
     }
 }
 

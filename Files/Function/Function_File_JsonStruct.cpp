@@ -63,6 +63,7 @@ void json_parse_array_ext(RValue& Result, json_object* _jobj) {
     Result.arr = ARRAY_RefAlloc();
     Result.kind = VALUE_ARRAY;
     if (!json_object_is_type(_jobj, json_type_array)) return;
+    KXNames names;
     for (auto index = static_cast<int>(json_object_array_length(_jobj)) - 1; index >= 0; --index) {
         RValueOwner tmp;
         json_parse_ext(tmp.value, json_object_array_get_idx(_jobj, static_cast<size_t>(index)));

@@ -18,6 +18,10 @@ namespace {
 constexpr int kFirstElements = 4;
 constexpr int kMaxBuckets = 1 << 30;
 
+/// Entries of a map's first slab, and of those that a large map takes.
+constexpr int kFirstSlab = 4;
+constexpr int kLargestSlab = 64;
+
 /// A chain that is longer than chance makes one: someone has chosen keys that share a bucket.
 constexpr int kLongChain = 64;
 
@@ -126,12 +130,6 @@ bool IsSameKey(const RValue& a, const RValue& b) {
 using Node = HashNode<MapStore>;
 using Bucket = HashLink<Node>;
 
-/// A node and what it points to, in one block.
-struct Entry {
-    Node node;
-    MapStore store;
-};
-
 template <class T>
 T* AllocZeroed(long long count) {
     constexpr auto kSize = static_cast<long long>(sizeof(T));
@@ -155,13 +153,6 @@ void Unlink(Bucket* bucket, Node* node) {
     (node->m_pNext ? node->m_pNext->m_pPrev : bucket->m_pLast) = node->m_pPrev;
 }
 
-void FreeNode(Node* node) {
-    auto* entry = reinterpret_cast<Entry*>(node);  // the node is its first member
-    FREE_RValue__Pre(&entry->store.key);
-    FREE_RValue__Pre(&entry->store.value);
-    MemoryManager::Free(entry);
-}
-
 /// Replaces a value by a copy of another; the old one is released last, for it may hold the new one.
 void Replace(RValue* place, const RValue* value) {
     RValue old = *place;
@@ -172,6 +163,21 @@ void Replace(RValue* place, const RValue* value) {
 }  // namespace
 
 // --- maps -----------------------------------------------------------------------------------------------------------
+
+/// A node and what it points to.
+struct CDS_Map::Entry {
+    Node node;
+    MapStore store;
+};
+
+/// Room for entries, so that a small map takes one block for all of them.
+struct alignas(MapStore) CDS_Map::Slab {
+    Slab* next;
+    int size;
+    int used;  // the rest has never been
+
+    Entry* Entries() { return reinterpret_cast<Entry*>(this + 1); }
+};
 
 /// Keys that are texts, in an order of their own.
 struct CDS_Map::TextOrder {
@@ -227,22 +233,53 @@ bool CDS_Map::Delete(const RValue* key) {
     Unlink(&m_pHashTable->m_pHashingTable[id & static_cast<unsigned int>(m_pHashTable->m_HashingMask)], node);
     --m_pHashTable->m_Count;
     ++m_changes;
-    FreeNode(node);
+    ReleaseNode(node);
     return true;
 }
 
 void CDS_Map::Clear() {
     m_texts.reset();
     ++m_changes;
-    for (int i = 0; i <= m_pHashTable->m_HashingMask; ++i) {
-        Bucket& bucket = m_pHashTable->m_pHashingTable[i];
+    for (int i = 0; i <= m_table.m_HashingMask; ++i) {
+        Bucket& bucket = m_table.m_pHashingTable[i];
         while (Node* node = bucket.m_pFirst) {
             Unlink(&bucket, node);
-            --m_pHashTable->m_Count;
-            FreeNode(node);
+            --m_table.m_Count;
+            ReleaseNode(node);
         }
     }
+    FreeSlabs();
     UseFirstBuckets();
+}
+
+HashNode<MapStore>* CDS_Map::NewNode() {
+    if (m_freeNodes) return std::exchange(m_freeNodes, m_freeNodes->m_pNext);
+    bool full = !m_slabs || m_slabs->used == m_slabs->size;
+    if (full) {
+        int size = m_slabs ? std::min(m_slabs->size * 2, kLargestSlab) : kFirstSlab;
+        auto bytes = static_cast<unsigned int>(sizeof(Slab) + static_cast<size_t>(size) * sizeof(Entry));
+        auto* slab = static_cast<Slab*>(MemoryManager::Alloc(bytes, __FILE__, __LINE__, false));
+        *slab = {m_slabs, size, 0};
+        m_slabs = slab;
+    }
+    Entry* entry = &m_slabs->Entries()[m_slabs->used++];
+    entry->node.m_pObj = &entry->store;
+    return &entry->node;
+}
+
+/// What the entry holds may be the last to hold something that leads back here, so its node is free only afterwards.
+void CDS_Map::ReleaseNode(Node* node) {
+    FREE_RValue__Pre(&node->m_pObj->key);
+    FREE_RValue__Pre(&node->m_pObj->value);
+    node->m_pNext = m_freeNodes;
+    m_freeNodes = node;
+}
+
+void CDS_Map::FreeSlabs() {
+    m_freeNodes = nullptr;
+    while (m_slabs) {
+        MemoryManager::Free(std::exchange(m_slabs, m_slabs->next));
+    }
 }
 
 /// An empty table as it is at first, so that a map that was large once is walked and filled like a new one.
@@ -308,18 +345,17 @@ HashNode<MapStore>* CDS_Map::FirstFrom(int bucket) const {
 }
 
 void CDS_Map::Insert(const RValue* key, const RValue* value, unsigned int id) {
-    if (m_pHashTable->m_Count > m_pHashTable->m_HashingMask) Grow();
-    auto* entry = static_cast<Entry*>(MemoryManager::Alloc(sizeof(Entry), __FILE__, __LINE__, false));
-    COPY_RValue(&entry->store.key, key);
-    COPY_RValue(&entry->store.value, value);
-    entry->node.m_ID = id;
-    entry->node.m_pObj = &entry->store;
-    unsigned int bucket = id & static_cast<unsigned int>(m_pHashTable->m_HashingMask);
-    Append(&m_pHashTable->m_pHashingTable[bucket], &entry->node);
+    if (m_table.m_Count > m_table.m_HashingMask) Grow();
+    Node* node = NewNode();
+    COPY_RValue(&node->m_pObj->key, key);
+    COPY_RValue(&node->m_pObj->value, value);
+    node->m_ID = id;
+    unsigned int bucket = id & static_cast<unsigned int>(m_table.m_HashingMask);
+    Append(&m_table.m_pHashingTable[bucket], node);
     m_firstUsed = std::min(m_firstUsed, static_cast<int>(bucket));
-    ++m_pHashTable->m_Count;
+    ++m_table.m_Count;
     ++m_changes;
-    if (m_texts && IsText(*key)) OrderText(&entry->node);
+    if (m_texts && IsText(*key)) OrderText(node);
 }
 
 void CDS_Map::OrderText(Node* node) {

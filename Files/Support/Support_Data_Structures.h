@@ -101,12 +101,17 @@ public:
     CDS_Map* m_nextToFree = nullptr;
 
 private:
+    struct Entry;
+    struct Slab;
     struct TextOrder;
     using Texts = std::set<HashNode<MapStore>*, TextOrder>;
 
     HashNode<MapStore>* NodeOf(const RValue* key, unsigned int id) const;
     HashNode<MapStore>* FirstFrom(int bucket) const;
     void Insert(const RValue* key, const RValue* value, unsigned int id);
+    HashNode<MapStore>* NewNode();
+    void ReleaseNode(HashNode<MapStore>* node);
+    void FreeSlabs();
     void Grow();
     void UseFirstBuckets();
     void OrderTexts() const;
@@ -116,7 +121,9 @@ private:
 
     Hash<MapStore> m_table;
     HashLink<HashNode<MapStore>> m_firstBuckets[kFirstBuckets];  // most maps are small
-    mutable int m_firstUsed;                                     // no bucket below it has an entry
+    Slab* m_slabs = nullptr;
+    HashNode<MapStore>* m_freeNodes = nullptr;
+    mutable int m_firstUsed;                 // no bucket below it has an entry
     mutable std::unique_ptr<Texts> m_texts;  // every entry whose key is a text; null in an ordinary map
 };
 

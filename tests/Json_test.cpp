@@ -1,0 +1,83 @@
+// json-c's trees: who owns them, what is no memory, and what is no JSON.
+#include "Files/Base/Json.h"
+
+#include "tests/support/Console.h"
+
+#include <gtest/gtest.h>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace kx::test {
+namespace {
+
+TEST(JsonTrees, AreOwnedOnce) {
+    JsonTree first(MadeJson(json_object_new_object()));
+    json_object* object = first.Get();
+
+    JsonTree second(std::move(first));
+    EXPECT_EQ(first.Get(), nullptr);  // NOLINT: what is left of it
+    EXPECT_EQ(second.Get(), object);
+    JsonTree third;
+    third = std::move(second);
+    EXPECT_EQ(third.Get(), object);
+    EXPECT_EQ(third.Release(), object);
+    EXPECT_EQ(third.Get(), nullptr);
+    json_object_put(object);
+}
+
+TEST(JsonTrees, TakeWhatIsAddedToThem) {
+    JsonTree object(MadeJson(json_object_new_object()));
+    JsonTree array(MadeJson(json_object_new_array()));
+
+    AddElement(array, JsonTree(MadeJsonText("text")));
+    AddElement(array, JsonTree(JsonNull()));
+    AddMember(object, "list", std::move(array));
+    AddMember(object, "none", JsonTree(JsonNull()));
+
+    EXPECT_STREQ(PrintJson(object.Get()), R"({ "list": [ "text", null ], "none": null })");
+}
+
+TEST(JsonTrees, NothingMadeIsNoMemory) {
+    EXPECT_THROW(MadeJson(nullptr), std::bad_alloc);
+}
+
+TEST(JsonTrees, ATextThatThePrinterCouldLosePiecesOfIsRefused) {
+    std::string longest(1u << 30, 'x');
+
+    EXPECT_THROW(MadeJsonText(longest.c_str()), std::bad_alloc);
+    JsonTree array(MadeJson(json_object_new_array()));
+    longest.resize(600 << 20);
+    AddElement(array, JsonTree(MadeJsonText(longest.c_str())));
+    AddElement(array, JsonTree(MadeJsonText(longest.c_str())));
+    EXPECT_THROW(PrintJson(array.Get()), std::bad_alloc);
+}
+
+TEST(JsonText, NullIsReadAndIsNoError) {
+    JsonTree tree(MadeJson(json_object_new_object()));
+
+    EXPECT_TRUE(ParseJson(" null ", &tree));
+    EXPECT_EQ(tree.Get(), nullptr);
+    EXPECT_STREQ(PrintJson(tree.Get()), "null");
+}
+
+TEST(JsonText, WhatIsNoJsonLeavesTheTreeAsItWas) {
+    JsonTree tree(MadeJson(json_object_new_object()));
+    for (const char* text : {"", " ", "{", "nul", "[1 2]", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(ParseJson(text, &tree));
+        EXPECT_NE(tree.Get(), nullptr);
+    }
+}
+
+TEST(JsonText, BracketsInsideStringsCountAgainstTheLimitToo) {
+    CapturingConsole console;
+    JsonTree tree;
+    std::string brackets = "\"" + std::string(3 << 20, '{') + "\"";
+
+    EXPECT_FALSE(ParseJson(brackets.c_str(), &tree));
+
+    EXPECT_EQ(console.Take(), "JSON text too large: it could take 3084 MiB\n");
+}
+
+}  // namespace
+}  // namespace kx::test
