@@ -4,6 +4,7 @@
 #include "Files/Base/Limits.h"
 #include "Files/Code/Code_Error.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -18,17 +19,25 @@ constexpr unsigned long long kArray = 256;
 constexpr unsigned long long kValue = 256;  // its record, its place in the array or table, a member's name
 constexpr unsigned long long kTextByte = 4;
 
+/// How often a byte stands in a text. In blocks whose counts fit a byte, which compilers make one instruction of many.
+unsigned long long CountOf(char byte, const char* text, size_t length) {
+    constexpr size_t kBlock = 128;
+    unsigned long long count = 0;
+    size_t i = 0;
+    for (; i + kBlock <= length; i += kBlock) {
+        unsigned char inBlock = 0;
+        for (size_t k = 0; k < kBlock; ++k) {
+            inBlock = static_cast<unsigned char>(inBlock + (text[i + k] == byte));
+        }
+        count += inBlock;
+    }
+    return count + static_cast<unsigned long long>(std::count(text + i, text + length, byte));
+}
+
 /// @return bytes that parsing a text may take at most. Brackets inside strings count too.
 unsigned long long MostBytes(const char* text, size_t length) {
-    unsigned long long objects = 0;
-    unsigned long long arrays = 0;
-    unsigned long long values = 1;
-    for (size_t i = 0; i < length; ++i) {
-        objects += text[i] == '{';
-        arrays += text[i] == '[';
-        values += text[i] == ',';
-    }
-    return objects * kObject + arrays * kArray + values * kValue + length * kTextByte;
+    return CountOf('{', text, length) * kObject + CountOf('[', text, length) * kArray +
+           (CountOf(',', text, length) + 1) * kValue + length * kTextByte;
 }
 
 /// json-c 0.16 follows a null pointer where there is no memory for a member's name, so it is not even begun without.

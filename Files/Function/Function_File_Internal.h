@@ -64,10 +64,6 @@ inline bool ResolveExisting(char* path, const char* name) {
     return false;
 }
 
-/// Reads a 64-bit integer in its text form, "@i64@", hexadecimal digits, "$i64$"; digits that do not read give 0.
-/// @return false, nothing changed, where the text is not in that form.
-bool SetInt64FromText(RValue* value, const char* text);
-
 // Binary files
 void F_FileBinOpen(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_FileBinRewrite(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);

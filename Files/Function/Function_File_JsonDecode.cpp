@@ -1,7 +1,6 @@
 // JSON text to maps and lists: the walks that fill them, and json_decode.
-#include "Files/Base/Json.h"
 #include "Files/Base/Number.h"
-#include "Files/Function/Function_File_Internal.h"
+#include "Files/Function/Function_File_Json.h"
 #include "Files/Support/Support_Data_Structures.h"
 #include "Platform/MemoryManager.h"
 
@@ -36,6 +35,25 @@ private:
     char* m_text;
 };
 
+/// Reads a 64-bit integer in its text form, "@i64@", hexadecimal digits, "$i64$"; digits that do not read give 0.
+/// @return false, nothing changed, where the text is not in that form.
+bool SetInt64FromText(RValue* value, const char* text) {
+    constexpr char kHead[] = "@i64@";
+    constexpr char kTail[] = "$i64$";
+    constexpr size_t kHeadLength = sizeof kHead - 1;
+    constexpr size_t kTailLength = sizeof kTail - 1;
+    if (text[0] != kHead[0] || std::strncmp(text, kHead, kHeadLength) != 0) return false;
+    size_t length = std::strlen(text);
+    bool isForm = length > kHeadLength + kTailLength && std::strcmp(text + length - kTailLength, kTail) == 0;
+    if (!isForm) return false;
+
+    unsigned long long bits = 0;
+    std::sscanf(text, "@i64@%llx", &bits);
+    value->i64 = static_cast<int64_t>(bits);
+    value->kind = VALUE_INT64;
+    return true;
+}
+
 /// A value on its way into a container. Where it does not arrive, the new map or list that it refers to goes too:
 /// nobody knows its index.
 class Arrival {
@@ -61,20 +79,69 @@ void SetMark(RValue* value, int index, unsigned int mark) {
     value->kind = VALUE_REAL | mark;
 }
 
+int NewMap(json_object* _jobj, Tree tree);
+int NewList(json_object* array, Tree tree);
+
 /// An object or array as a reference to a new map or list, anything else as its value.
-void SetValue(RValue* value, json_object* _jobj) {
+void SetValue(RValue* value, json_object* _jobj, Tree tree) {
     switch (json_object_get_type(_jobj)) {
-    case json_type_object: SetMark(value, json_parse(_jobj), KIND_DS_MAP); return;
-    case json_type_array: SetMark(value, json_parse_array(_jobj, nullptr), KIND_DS_LIST); return;
+    case json_type_object: SetMark(value, NewMap(_jobj, tree), KIND_DS_MAP); return;
+    case json_type_array: SetMark(value, NewList(_jobj, tree), KIND_DS_LIST); return;
     default: json_value(_jobj, value); return;
     }
 }
 
-/// @return the array that a walk is asked for: the member `_key`, or without a key the value itself; null where that is
-/// no array.
-json_object* ArrayIn(json_object* _jobj, const char* _key) {
-    json_object* array = _key ? json_object_object_get(_jobj, _key) : _jobj;
-    return json_object_is_type(array, json_type_array) ? array : nullptr;
+void FillMap(json_object* _jobj, CDS_Map* map, Tree tree) {
+    lh_table* members = json_object_get_object(_jobj);
+    if (!members) return;
+    KXNames names;
+    if (map->Count() == 0) map->Reserve(json_object_object_length(_jobj));
+    for (lh_entry* entry = lh_table_head(members); entry; entry = lh_entry_next(entry)) {
+        RValueOwner key;
+        Arrival val;
+        KXSetString(&key.value, static_cast<const char*>(lh_entry_k(entry)));
+        SetValue(&val.value, static_cast<json_object*>(lh_entry_v(entry)), tree);
+        if (map->Add(&key.value, &val.value)) val.Arrive();
+        if (tree == Tree::spent) SpendMember(entry);
+    }
+}
+
+void FillList(json_object* array, CDS_List* list, Tree tree) {
+    if (!json_object_is_type(array, json_type_array)) return;
+    KXNames names;
+    size_t length = json_object_array_length(array);
+    list->Reserve(list->m_count + static_cast<int>(length));
+    for (size_t i = 0; i < length; ++i) {
+        json_object* element = json_object_array_get_idx(array, i);
+        Arrival val;
+        val.value = g_undefined;  // what null is here, and a null pointer in an object
+        if (element) SetValue(&val.value, element, tree);
+        list->Add(&val.value);
+        val.Arrive();
+        if (tree == Tree::spent) SpendElement(array, i);
+    }
+}
+
+int NewMap(json_object* _jobj, Tree tree) {
+    DS_AutoMutex lock;
+    DS_Owner<CDS_Map> map;
+    FillMap(_jobj, map.Get(), tree);
+    int index = FindFreeDsMapIndex();
+    themaps.arr[index] = map.Release();
+    return index;
+}
+
+int NewList(json_object* array, Tree tree) {
+    DS_Owner<CDS_List> list;
+    FillList(array, list.Get(), tree);
+    int index = FindFreeDsListIndex();
+    thelists.arr[index] = list.Release();
+    return index;
+}
+
+/// What a walk over an array is asked for: the member `_key`, or without a key the value itself.
+json_object* MemberOrItself(json_object* _jobj, const char* _key) {
+    return _key ? json_object_object_get(_jobj, _key) : _jobj;
 }
 
 /// A text put into one of the forms above; nothing in it is quoted.
@@ -129,23 +196,6 @@ bool ParseWrapped(const char* text, kx::JsonTree* tree) {
 
 }  // namespace
 
-bool SetInt64FromText(RValue* value, const char* text) {
-    constexpr char kHead[] = "@i64@";
-    constexpr char kTail[] = "$i64$";
-    constexpr size_t kHeadLength = sizeof kHead - 1;
-    constexpr size_t kTailLength = sizeof kTail - 1;
-    if (text[0] != kHead[0] || std::strncmp(text, kHead, kHeadLength) != 0) return false;
-    size_t length = std::strlen(text);
-    bool isForm = length > kHeadLength + kTailLength && std::strcmp(text + length - kTailLength, kTail) == 0;
-    if (!isForm) return false;
-
-    unsigned long long bits = 0;
-    std::sscanf(text, "@i64@%llx", &bits);
-    value->i64 = static_cast<int64_t>(bits);
-    value->kind = VALUE_INT64;
-    return true;
-}
-
 void json_value(json_object* _jobj, RValue* pVal) {
     switch (json_object_get_type(_jobj)) {
     case json_type_null:
@@ -166,67 +216,38 @@ void json_value(json_object* _jobj, RValue* pVal) {
 }
 
 void json_parse_to_map(json_object* _jobj, CDS_Map* _map) {
-    lh_table* members = json_object_get_object(_jobj);
-    if (!members) return;
-    KXNames names;
-    for (lh_entry* entry = lh_table_head(members); entry; entry = lh_entry_next(entry)) {
-        RValueOwner key;
-        Arrival val;
-        KXSetString(&key.value, static_cast<const char*>(lh_entry_k(entry)));
-        SetValue(&val.value, static_cast<json_object*>(lh_entry_v(entry)));
-        if (_map->Add(&key.value, &val.value)) val.Arrive();
-    }
+    FillMap(_jobj, _map, Tree::kept);
 }
 
 void json_parse_array_to_list(json_object* _jobj, char* _key, CDS_List* _pList) {
-    json_object* array = ArrayIn(_jobj, _key);
-    if (!array) return;
-    KXNames names;
-    auto length = static_cast<int>(json_object_array_length(array));
-    _pList->Reserve(_pList->m_count + length);
-    for (int i = 0; i < length; ++i) {
-        json_object* element = json_object_array_get_idx(array, static_cast<size_t>(i));
-        Arrival val;
-        val.value = g_undefined;  // what null is here, and a null pointer in an object
-        if (element) SetValue(&val.value, element);
-        _pList->Add(&val.value);
-        val.Arrive();
-    }
+    FillList(MemberOrItself(_jobj, _key), _pList, Tree::kept);
 }
 
 int json_parse(json_object* _jobj) {
-    DS_AutoMutex lock;
-    DS_Owner<CDS_Map> map;
-    json_parse_to_map(_jobj, map.Get());
-    int index = FindFreeDsMapIndex();
-    themaps.arr[index] = map.Release();
-    return index;
+    return NewMap(_jobj, Tree::kept);
 }
 
 int json_parse_array(json_object* _jobj, char* _key) {
-    DS_Owner<CDS_List> list;
-    json_parse_array_to_list(_jobj, _key, list.Get());
-    int index = FindFreeDsListIndex();
-    thelists.arr[index] = list.Release();
-    return index;
+    return NewList(MemberOrItself(_jobj, _key), Tree::kept);
 }
 
 int JSONToDSMap(char* _jsonData, int _map) {
     kx::JsonTree tree;
     if (!kx::ParseJson(_jsonData, &tree)) return -1;
     DS_AutoMutex lock;
-    if (_map < 0) return json_parse(tree.Get());
-    if (_map < mapnumb && themaps.arr[_map]) json_parse_to_map(tree.Get(), themaps.arr[_map]);
+    if (_map < 0) return NewMap(tree.Get(), Tree::spent);
+    if (_map < mapnumb && themaps.arr[_map]) FillMap(tree.Get(), themaps.arr[_map], Tree::spent);
     return -1;
 }
 
 int JSONToDSList(char* _jsonListData, char* _key, int _list) {
     kx::JsonTree tree;
     if (!kx::ParseJson(_jsonListData, &tree)) return -1;
-    json_object* array = ArrayIn(tree.Get(), _key);
-    if (!array || json_object_array_length(array) < 1) return -1;
-    if (_list < 0) return json_parse_array(tree.Get(), _key);
-    if (_list < thelists.length && thelists.arr[_list]) json_parse_array_to_list(tree.Get(), _key, thelists.arr[_list]);
+    json_object* array = MemberOrItself(tree.Get(), _key);
+    bool hasElements = json_object_is_type(array, json_type_array) && json_object_array_length(array) > 0;
+    if (!hasElements) return -1;
+    if (_list < 0) return NewList(array, Tree::spent);
+    if (_list < thelists.length && thelists.arr[_list]) FillList(array, thelists.arr[_list], Tree::spent);
     return -1;
 }
 
@@ -244,5 +265,5 @@ void F_JsonDecode(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     const char* text = isText ? KXGetString(arg, 0) : number.Get();
     if (!text) return;
     kx::JsonTree tree;
-    if (ParseWrapped(SkipByteOrderMark(text), &tree)) SetReal(result, json_parse(tree.Get()));
+    if (ParseWrapped(SkipByteOrderMark(text), &tree)) SetReal(result, NewMap(tree.Get(), Tree::spent));
 }

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -57,8 +58,9 @@ private:
     unsigned int m_hash = 2166136261u;
 };
 
-const char* TextOf(const RValue& string) {
-    return string.str && string.str->m_thing ? string.str->m_thing : "";
+std::string_view TextOf(const RValue& string) {
+    bool hasText = string.str && string.str->m_thing;
+    return hasText ? std::string_view(string.str->m_thing, static_cast<size_t>(string.str->m_size)) : "";
 }
 
 bool IsText(const RValue& key) {
@@ -99,8 +101,8 @@ unsigned int HashOf(const RValue& key) {
     KeyHash hash;
     unsigned int kind = key.kind & KIND_MASK;
     if (kind == VALUE_STRING) {
-        const char* text = TextOf(key);
-        hash.Add(text, std::strlen(text));
+        std::string_view text = TextOf(key);
+        hash.Add(text.data(), text.size());
     } else if (IsNumber(kind)) {
         hash.Add(NumberKey(key).bits);
     } else if (kind == VALUE_BOOL) {
@@ -118,7 +120,7 @@ bool IsSameKey(const RValue& a, const RValue& b) {
     if (!sameMarks) return false;
     if (IsNumber(kind) && IsNumber(other)) return NumberKey(a) == NumberKey(b);
     if (kind != other) return false;
-    if (kind == VALUE_STRING) return std::strcmp(TextOf(a), TextOf(b)) == 0;
+    if (kind == VALUE_STRING) return TextOf(a) == TextOf(b);
     if (kind == VALUE_BOOL) return (a.real != 0.0) == (b.real != 0.0);
     if (kind == VALUE_PTR || kind == VALUE_ARRAY || kind == VALUE_OBJECT) return a.ptr == b.ptr;
     bool single = kind == VALUE_UNDEFINED || kind == VALUE_NULL || kind == VALUE_UNSET;
@@ -183,11 +185,9 @@ struct alignas(MapStore) CDS_Map::Slab {
 struct CDS_Map::TextOrder {
     using is_transparent = void;
 
-    bool operator()(const Node* a, const Node* b) const { return Less(TextOf(a->m_pObj->key), TextOf(b->m_pObj->key)); }
-    bool operator()(const Node* a, const RValue* b) const { return Less(TextOf(a->m_pObj->key), TextOf(*b)); }
-    bool operator()(const RValue* a, const Node* b) const { return Less(TextOf(*a), TextOf(b->m_pObj->key)); }
-
-    static bool Less(const char* a, const char* b) { return std::strcmp(a, b) < 0; }
+    bool operator()(const Node* a, const Node* b) const { return TextOf(a->m_pObj->key) < TextOf(b->m_pObj->key); }
+    bool operator()(const Node* a, const RValue* b) const { return TextOf(a->m_pObj->key) < TextOf(*b); }
+    bool operator()(const RValue* a, const Node* b) const { return TextOf(*a) < TextOf(b->m_pObj->key); }
 };
 
 uint64_t NewDsSerial() {
@@ -201,7 +201,20 @@ CDS_Map::CDS_Map()
 }
 
 CDS_Map::~CDS_Map() {
-    Clear();
+    ForEachEntry(*this, [](MapStore& entry) {
+        FREE_RValue__Pre(&entry.key);
+        FREE_RValue__Pre(&entry.value);
+    });
+    FreeSlabs();
+    UseFirstBuckets();
+}
+
+void CDS_Map::Reserve(int count) {
+    while (m_table.m_HashingMask < count - 1) {
+        Grow();
+    }
+    bool fits = m_slabs && m_slabs->size - m_slabs->used >= count - m_table.m_Count;
+    if (!fits) AddSlab(count - m_table.m_Count);
 }
 
 bool CDS_Map::Add(const RValue* key, const RValue* value) {
@@ -255,16 +268,18 @@ void CDS_Map::Clear() {
 HashNode<MapStore>* CDS_Map::NewNode() {
     if (m_freeNodes) return std::exchange(m_freeNodes, m_freeNodes->m_pNext);
     bool full = !m_slabs || m_slabs->used == m_slabs->size;
-    if (full) {
-        int size = m_slabs ? std::min(m_slabs->size * 2, kLargestSlab) : kFirstSlab;
-        auto bytes = static_cast<unsigned int>(sizeof(Slab) + static_cast<size_t>(size) * sizeof(Entry));
-        auto* slab = static_cast<Slab*>(MemoryManager::Alloc(bytes, __FILE__, __LINE__, false));
-        *slab = {m_slabs, size, 0};
-        m_slabs = slab;
-    }
+    if (full) AddSlab(m_slabs ? m_slabs->size * 2 : kFirstSlab);
     Entry* entry = &m_slabs->Entries()[m_slabs->used++];
     entry->node.m_pObj = &entry->store;
     return &entry->node;
+}
+
+void CDS_Map::AddSlab(int size) {
+    size = std::clamp(size, 1, kLargestSlab);
+    auto bytes = static_cast<unsigned int>(sizeof(Slab) + static_cast<size_t>(size) * sizeof(Entry));
+    auto* slab = static_cast<Slab*>(MemoryManager::Alloc(bytes, __FILE__, __LINE__, false));
+    *slab = {m_slabs, size, 0};
+    m_slabs = slab;
 }
 
 /// What the entry holds may be the last to hold something that leads back here, so its node is free only afterwards.
@@ -401,6 +416,15 @@ void CDS_List::Reserve(int count) {
     void* moved = MemoryManager::ReAlloc(m_elements, static_cast<unsigned int>(bytes), __FILE__, __LINE__, false);
     m_elements = static_cast<RValue*>(moved);
     m_allocated = count;
+}
+
+void CDS_List::Add(const RValue* value) {
+    bool moves = m_count == m_allocated;
+    if (moves) {
+        Insert(m_count, value);
+    } else {
+        COPY_RValue(&m_elements[m_count++], value);
+    }
 }
 
 bool CDS_List::Insert(int index, const RValue* value) {

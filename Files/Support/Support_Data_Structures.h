@@ -69,6 +69,10 @@ public:
     CDS_Map& operator=(const CDS_Map&) = delete;
     ~CDS_Map();
 
+    /// Makes room for so many entries in all. The walk's order is the same with and without.
+    /// @throws std::bad_alloc
+    void Reserve(int count);
+
     /// Adds a copy of an entry. An entry of that key stays as it is.
     /// @return false where the key was there.
     /// @throws std::bad_alloc; the map is then as it was.
@@ -110,6 +114,7 @@ private:
     HashNode<MapStore>* FirstFrom(int bucket) const;
     void Insert(const RValue* key, const RValue* value, unsigned int id);
     HashNode<MapStore>* NewNode();
+    void AddSlab(int size);
     void ReleaseNode(HashNode<MapStore>* node);
     void FreeSlabs();
     void Grow();
@@ -117,7 +122,7 @@ private:
     void OrderTexts() const;
     void OrderText(HashNode<MapStore>* node);
 
-    static constexpr int kFirstBuckets = 8;
+    static constexpr int kFirstBuckets = 4;
 
     Hash<MapStore> m_table;
     HashLink<HashNode<MapStore>> m_firstBuckets[kFirstBuckets];  // most maps are small
@@ -127,7 +132,7 @@ private:
     mutable std::unique_ptr<Texts> m_texts;  // every entry whose key is a text; null in an ordinary map
 };
 
-/// Calls `visit` with every entry of a map, in the order of its walk. The map must not change meanwhile.
+/// Calls `visit` with every entry of a map, in the order of its walk. The map must not gain or lose one meanwhile.
 template <class Visit>
 void ForEachEntry(const CDS_Map& map, Visit visit) {
     const Hash<MapStore>& table = *map.m_pHashTable;
@@ -154,7 +159,7 @@ public:
 
     /// Adds a copy at the end.
     /// @throws std::bad_alloc; the list is then as it was. So do the two below.
-    void Add(const RValue* value) { Insert(m_count, value); }
+    void Add(const RValue* value);
 
     /// Puts a copy before the element of an index, which may be the count; the rest moves down.
     /// @return false, nothing changed, for an index beyond that.
