@@ -29,17 +29,6 @@ Proxy* CheckIndexed(lua_State* L) {
     return proxy;
 }
 
-/// Raises a Lua error where the container has been freed.
-void CheckAlive(lua_State* L, const Proxy& proxy) {
-    if (proxy.type == ProxyType::map) {
-        MapOf(L, proxy);
-    } else if (proxy.type == ProxyType::list) {
-        ListOf(L, proxy);
-    } else {
-        GridOf(L, proxy);
-    }
-}
-
 /// kx.id(p)
 int Id(lua_State* L) {
     Proxy* proxy = CheckIndexed(L);

@@ -121,6 +121,18 @@ CDS_Grid& GridOf(lua_State* L, const Proxy& proxy) {
     return Alive(L, proxy, thegrids);
 }
 
+void CheckAlive(lua_State* L, const Proxy& proxy) {
+    DS_AutoMutex lock;
+    switch (proxy.type) {
+    case ProxyType::map: MapOf(L, proxy); return;
+    case ProxyType::list: ListOf(L, proxy); return;
+    case ProxyType::grid:
+    case ProxyType::row: GridOf(L, proxy); return;
+    case ProxyType::structure:
+    case ProxyType::array: return;
+    }
+}
+
 RValue ValueOf(const Proxy& proxy) {
     RValue value = proxy.held;
     switch (proxy.type) {

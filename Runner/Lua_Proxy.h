@@ -43,6 +43,9 @@ CDS_Map& MapOf(lua_State* L, const Proxy& proxy);
 CDS_List& ListOf(lua_State* L, const Proxy& proxy);
 CDS_Grid& GridOf(lua_State* L, const Proxy& proxy);
 
+/// Raises a Lua error where the container that a proxy stands for has been freed.
+void CheckAlive(lua_State* L, const Proxy& proxy);
+
 /// @return the value that a proxy stands for, which owns nothing: the struct or array, a reference to the map or list,
 ///         a grid's id.
 RValue ValueOf(const Proxy& proxy);

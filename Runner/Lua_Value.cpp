@@ -189,6 +189,7 @@ private:
         Proxy* proxy = ToProxy(m_lua, index);
         if (!proxy) Refuse("a userdata");
         if (proxy->type == ProxyType::row) Refuse("a grid's row");
+        CheckAlive(m_lua, *proxy);
         RValue held = ValueOf(*proxy);
         COPY_RValue(value, &held);
     }

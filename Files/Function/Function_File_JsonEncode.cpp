@@ -9,6 +9,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <exception>
 
 namespace {
 
@@ -17,30 +18,33 @@ constexpr int POINTER_LIMIT = 19;
 constexpr int TEXT_FORM_SIZE = 32;
 
 /// The containers around the value that is being encoded. What is nested deeper than the library reads back is written
-/// all the same, and said once for each text.
+/// all the same, and said once the text is whole.
 class Nesting {
 public:
     Nesting() { ++depth; }
     Nesting(const Nesting&) = delete;
     Nesting& operator=(const Nesting&) = delete;
     ~Nesting() {
-        if (--depth == 0) told = false;
+        if (--depth == 0) End();
     }
 
-    static void Check() {
-        if (depth < JSON_TOKENER_DEFAULT_DEPTH || told) return;
-        told = true;
+    static void Check() { tooDeep = tooDeep || depth >= JSON_TOKENER_DEFAULT_DEPTH; }
+
+private:
+    static void End() {
+        bool written = tooDeep && std::uncaught_exceptions() == 0;
+        tooDeep = false;
+        if (!written) return;
         dbg_csol->Output("JSON nested deeper than %d levels: it is written, but cannot be read back\n",
                          JSON_TOKENER_DEFAULT_DEPTH);
     }
 
-private:
     static thread_local int depth;
-    static thread_local bool told;
+    static thread_local bool tooDeep;
 };
 
 thread_local int Nesting::depth = 0;
-thread_local bool Nesting::told = false;
+thread_local bool Nesting::tooDeep = false;
 
 /// A map's key as a member's name.
 class KeyName {
