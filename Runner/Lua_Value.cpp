@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -140,6 +141,14 @@ public:
     }
 
 private:
+    using Known = std::unordered_map<const void*, RValue>;
+
+    /// Made for the first table only: most values are none.
+    Known& KnownTables() {
+        if (!m_known) m_known.emplace();
+        return *m_known;
+    }
+
     /// A table that is being converted, and which of its values is under way.
     struct Level {
         const void* table;
@@ -196,8 +205,8 @@ private:
 
     void Table(int index, RValue* value) {
         const void* identity = lua_topointer(m_lua, index);
-        auto known = m_known.find(identity);
-        if (known != m_known.end()) {
+        auto known = KnownTables().find(identity);
+        if (known != KnownTables().end()) {
             if (IsUnderWay(identity)) Refuse("a table that leads back to itself");
             COPY_RValue(value, &known->second);
             return;
@@ -220,7 +229,7 @@ private:
 
     void Enter(int index, const RValue& value) {
         const void* identity = lua_topointer(m_lua, index);
-        m_known.emplace(identity, value);
+        KnownTables().emplace(identity, value);
         m_path.push_back({identity, nullptr, 0});
         g_madeObjects = true;
     }
@@ -253,8 +262,8 @@ private:
 
     lua_State* m_lua;
     Subject m_subject;
-    std::vector<Level> m_path;                        // outermost first
-    std::unordered_map<const void*, RValue> m_known;  // tables, and what they have become; owns nothing
+    std::vector<Level> m_path;     // outermost first
+    std::optional<Known> m_known;  // tables, and what they have become; owns nothing
 };
 
 const char* KindName(unsigned int kind) {

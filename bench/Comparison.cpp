@@ -65,8 +65,11 @@ public:
             if (!Has(pair.ours) || !Has(pair.theirs)) continue;
             double ours = m_nanoseconds.at(pair.ours);
             double theirs = m_nanoseconds.at(pair.theirs);
-            std::printf("%-62s %9.3f ms %9.3f ms %7.2f %7.2f\n", pair.work, ours / 1e6, theirs / 1e6, ours / theirs,
-                        pair.bar);
+            bool small = theirs < 1e4;
+            double unit = small ? 1 : 1e6;
+            const char* name = small ? "ns" : "ms";
+            std::printf("%-62s %9.3f %s %9.3f %s %7.2f %7.2f\n", pair.work, ours / unit, name, theirs / unit, name,
+                        ours / theirs, pair.bar);
         }
         for (const Bound& bound : Bounds()) {
             if (!Has(bound.ours)) continue;

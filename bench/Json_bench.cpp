@@ -3,6 +3,7 @@
 #include "Files/Code/Code_Function.h"
 #include "Files/Function/Function_File.h"
 #include "Files/Support/Support_Data_Structures.h"
+#include "Platform/MemoryManager.h"
 #include "bench/Comparison.h"
 #include "bench/SaveText.h"
 
@@ -11,8 +12,6 @@
 
 namespace kx::bench {
 namespace {
-
-constexpr size_t kSaveBytes = 5 << 20;
 
 const std::string& Save() {
     static const std::string text = SaveText(kSaveBytes);
@@ -35,17 +34,33 @@ RValue Decode() {
     return map;
 }
 
+/// Values in all maps and lists.
+double CountValues() {
+    long long count = 0;
+    for (int i = 1; i < themaps.length; ++i) {
+        if (themaps.arr[i]) count += themaps.arr[i]->Count();
+    }
+    for (int i = 1; i < thelists.length; ++i) {
+        if (thelists.arr[i]) count += thelists.arr[i]->m_count;
+    }
+    return static_cast<double>(count);
+}
+
 void Json_DecodeOurs(benchmark::State& state) {
     InitFileFunctions();
     RValueOwner text;
     KXCreateString(&text.value, Save().c_str());
+    double bytes = 0;
     for (auto _ : state) {
+        auto before = MemoryManager::Stats().bytes;
         RValue map = CallOne("json_decode", text.value);
         state.PauseTiming();
+        bytes = static_cast<double>(MemoryManager::Stats().bytes - before) / CountValues();
         map.kind |= KIND_DS_MAP;
         FreeDsTree(&map);
         state.ResumeTiming();
     }
+    state.counters["host bytes/value"] = bytes;
 }
 
 void Json_DecodeTheirs(benchmark::State& state) {
@@ -115,6 +130,8 @@ BENCHMARK(Json_EncodeOurs)->Unit(benchmark::kMillisecond);
 
 const bool g_decoded =
     Compare({"json_decode of a 5 MB save / json_tokener_parse", "Json_DecodeOurs", "Json_DecodeTheirs", 1.6});
+const bool g_released = Compare({"the same / json_tokener_parse and json_object_put, as it releases too",
+                                 "Json_DecodeOurs", "Json_DecodeTheirsWithRelease", 0});
 const bool g_encoded =
     Compare({"json_encode of it / the same tree built and printed", "Json_EncodeOurs", "Json_EncodeTheirs", 1.6});
 
