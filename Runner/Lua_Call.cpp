@@ -2,6 +2,7 @@
 #include "Runner/Lua_Call.h"
 
 #include "Files/Code/Code_Error.h"
+#include "Runner/Lua_Error.h"
 #include "Runner/Lua_Value.h"
 
 #include <exception>
@@ -25,23 +26,6 @@ void CallHandler(const FunctionRecord& record, RValue* result, RValue* arguments
     }
 }
 
-/// Pushes the position of the nearest caller that is a script: pcall and its like stand between now and then.
-void PushPosition(lua_State* L) {
-    lua_Debug caller;
-    int level = 1;
-    while (lua_getstack(L, level, &caller) && lua_getinfo(L, "l", &caller) && caller.currentline <= 0) {
-        ++level;
-    }
-    luaL_where(L, level);
-}
-
-int RaiseWithPosition(lua_State* L, const std::string& text) {
-    PushPosition(L);
-    lua_pushlstring(L, text.data(), text.size());
-    lua_concat(L, 2);
-    return lua_error(L);
-}
-
 /// @return false without the memory for them. Lua's own errors pass.
 bool TakeArguments(lua_State* L, const FunctionRecord& record, CallArguments* arguments) {
     try {
@@ -54,16 +38,17 @@ bool TakeArguments(lua_State* L, const FunctionRecord& record, CallArguments* ar
 
 /// Pushes the result.
 void CallWith(lua_State* L, const FunctionRecord& record) {
-    Crossing crossing;
+    Crossing crossing(L);
     CallArguments arguments;
     if (!TakeArguments(L, record, &arguments)) {
-        RaiseWithPosition(L, std::string(record.name) + ": not enough memory");
+        Raise(L, "%s: not enough memory", record.name);
     }
     RValueOwner result(g_undefined);
     CallHandler(record, &result.value, arguments.Data());
 
     std::string error;
-    if (KXTakeError(&error)) RaiseWithPosition(L, error);
+    if (KXTakeError(&error)) Raise(L, "%s", error.c_str());
+    if (!arguments.Release()) Raise(L, "%s: not enough memory", record.name);
     PushValue(L, record.name, result.value);
 }
 
@@ -72,11 +57,9 @@ int Call(lua_State* L) {
     int given = lua_gettop(L);
     if (given != record.argc) {
         const char* plural = record.argc == 1 ? "" : "s";
-        return RaiseWithPosition(L, std::string(record.name) + " takes " + std::to_string(record.argc) + " argument" +
-                                        plural + ", but " + std::to_string(given) + " given");
+        Raise(L, "%s takes %d argument%s, but %d given", record.name, record.argc, plural, given);
     }
     CallWith(L, record);
-    Crossing::SafePoint(L);
     return 1;
 }
 

@@ -74,7 +74,7 @@ void PushCopy(lua_State* L, int known, int depth) {
     lua_pushvalue(L, proxy);
     if (lua_rawget(L, known) == LUA_TTABLE) return;
     lua_pop(L, 1);
-    if (depth > kMaxTableNesting) luaL_error(L, "kx.table: containers are nested too deep");
+    if (depth > kMaxTableNesting) Raise(L, "kx.table: containers are nested too deep");
 
     lua_newtable(L);
     int copy = lua_gettop(L);

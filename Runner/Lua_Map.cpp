@@ -3,23 +3,29 @@
 #include "Runner/Lua_Proxy.h"
 #include "Runner/Lua_Value.h"
 
+#include <memory>
 #include <optional>
 
 namespace kx {
 namespace {
 
-constexpr Subject kSubject = {"kx.map", 0, nullptr};
+constexpr Subject kKey = {"kx.map", 0, "the key"};
+constexpr Subject kValue = {"kx.map", 0, "the value"};
 
-/// A key from the stack. A string stays Lua's.
+void CheckKey(lua_State* L, int index) {
+    if (lua_istable(L, index)) Raise(L, "kx.map: a table cannot be a key");
+}
+
+/// A key from the stack to look with. A string stays Lua's.
 class Key {
 public:
     Key(lua_State* L, int index) {
+        CheckKey(L, index);
         if (lua_type(L, index) == LUA_TSTRING) {
-            m_text.emplace(L, kSubject, index);
-            return;
+            m_text.emplace(L, kKey, index);
+        } else {
+            TakeValue(L, kKey, index, &m_other);
         }
-        if (lua_istable(L, index)) luaL_error(L, "kx.map: a table cannot be a key");
-        TakeValue(L, kSubject, index, &m_other);
     }
 
     const RValue* Value() const { return m_text ? m_text->Value() : &m_other.value; }
@@ -40,7 +46,7 @@ bool Find(lua_State* L, const Proxy& proxy, const RValue* key, RValueOwner* foun
 
 int Index(lua_State* L) {
     Proxy* proxy = CheckProxy(L, 1, ProxyType::map);
-    Crossing crossing;
+    Crossing crossing(L);
     Key key(L, 2);
     RValueOwner found;
     if (!Find(L, *proxy, key.Value(), &found)) return 0;
@@ -50,21 +56,22 @@ int Index(lua_State* L) {
 
 int SetIndex(lua_State* L) {
     Proxy* proxy = CheckProxy(L, 1, ProxyType::map);
-    if (lua_isnil(L, 2)) return luaL_error(L, "kx.map: nil cannot be a key");
-    {
-        Crossing crossing;
-        RValueOwner value;
-        TakeValue(L, kSubject, 3, &value);
-        Key key(L, 2);
-        DS_AutoMutex lock;
-        CDS_Map& map = MapOf(L, *proxy);
-        if (value.value.kind == VALUE_UNDEFINED) {
-            map.Delete(key.Value());
-        } else {
-            map.Set(key.Value(), &value.value);
-        }
+    if (lua_isnil(L, 2)) Raise(L, "kx.map: nil cannot be a key");
+    Crossing crossing(L);
+    RValueOwner value;
+    TakeValue(L, kValue, 3, &value);
+    Key key(L, 2);
+    DS_AutoMutex lock;
+    CDS_Map& map = MapOf(L, *proxy);
+    if (value.value.kind == VALUE_UNDEFINED) {
+        map.Delete(key.Value());
+    } else if (map.Find(key.Value())) {
+        map.Set(key.Value(), &value.value);
+    } else {
+        RValueOwner kept;
+        TakeValue(L, kKey, 2, &kept);
+        map.Set(&kept.value, &value.value);
     }
-    Crossing::SafePoint(L);
     return 0;
 }
 
@@ -81,7 +88,9 @@ bool Step(lua_State* L, const Proxy& proxy, uint64_t changes, const RValue* afte
           RValueOwner* value) {
     DS_AutoMutex lock;
     CDS_Map& map = MapOf(L, proxy);
-    if (map.m_changes != changes) luaL_error(L, "kx.map %d: an entry came or went while it was walked", proxy.index);
+    if (map.m_changes != changes) {
+        Raise(L, "kx.map %d: an entry came or went while it was walked; collect the keys first", proxy.index);
+    }
     const MapStore* entry = after ? map.FindNext(after) : map.FindFirst();
     if (!entry) return false;
     COPY_RValue(&key->value, &entry->key);
@@ -93,7 +102,7 @@ bool Step(lua_State* L, const Proxy& proxy, uint64_t changes, const RValue* afte
 int Next(lua_State* L) {
     Proxy* proxy = CheckProxy(L, 1, ProxyType::map);
     auto changes = static_cast<uint64_t>(lua_tointeger(L, lua_upvalueindex(1)));
-    Crossing crossing;
+    Crossing crossing(L);
     RValueOwner key;
     RValueOwner value;
     if (lua_isnoneornil(L, 2)) {
@@ -103,7 +112,7 @@ int Next(lua_State* L) {
         if (!Step(L, *proxy, changes, before.Value(), &key, &value)) return 0;
     }
     PushValue(L, "kx.map", key.value);
-    if (lua_isnil(L, -1)) return luaL_error(L, "kx.map %d has a key that Lua cannot hold", proxy->index);
+    if (lua_isnil(L, -1)) Raise(L, "kx.map %d has a key that Lua cannot hold", proxy->index);
     PushValue(L, "kx.map", value.value);
     return 2;
 }
@@ -117,31 +126,23 @@ int Pairs(lua_State* L) {
     return 2;
 }
 
-/// Sets every entry of the table at index 1.
-void FillFromTable(lua_State* L, CDS_Map* map) {
-    lua_pushnil(L);
-    while (lua_next(L, 1)) {
-        int value = lua_gettop(L);
-        RValueOwner taken;
-        TakeValue(L, {"kx.map", 1, luaL_tolstring(L, value - 1, nullptr)}, value, &taken);
-        Key key(L, value - 1);
-        map->Set(key.Value(), &taken.value);
-        lua_settop(L, value - 1);
-    }
-}
-
-/// Pushes the proxy of a new map, filled from the table at index 1 where there is one.
+/// Pushes the proxy of a new map, filled from the table at index 1 where there is one. What the table refers to is the
+/// script's: where the filling fails, the map goes alone.
 void PushNew(lua_State* L) {
-    Crossing crossing;
-    DS_Owner<CDS_Map> map;
-    if (lua_istable(L, 1)) FillFromTable(L, map.Get());
+    Crossing crossing(L);
+    auto map = std::make_unique<CDS_Map>();
+    if (lua_istable(L, 1)) {
+        TakeEntries(L, {"kx.map", 1, nullptr}, 1, [&](int keyIndex, const RValue& value) {
+            RValueOwner key;
+            CheckKey(L, keyIndex);
+            TakeValue(L, kKey, keyIndex, &key);
+            map->Set(&key.value, &value);
+        });
+    }
     DS_AutoMutex lock;
     int index = FindFreeDsMapIndex();
-    themaps.arr[index] = map.Release();
-    RValue reference{};
-    reference.real = index;
-    reference.kind = VALUE_REAL | KIND_DS_MAP;
-    PushProxyOf(L, reference);
+    themaps.arr[index] = map.release();
+    PushProxyOf(L, {{static_cast<double>(index)}, 0, VALUE_REAL | KIND_DS_MAP});
 }
 
 /// kx.map([id | table])
@@ -149,18 +150,8 @@ int Make(lua_State* L) {
     lua_settop(L, 1);
     switch (lua_type(L, 1)) {
     case LUA_TNIL:
-    case LUA_TTABLE:
-        PushNew(L);
-        Crossing::SafePoint(L);
-        return 1;
-    case LUA_TNUMBER: {
-        RValue reference{};
-        reference.real = lua_tonumber(L, 1);
-        reference.kind = VALUE_REAL | KIND_DS_MAP;
-        PushProxyOf(L, reference);
-        if (lua_isnil(L, -1)) return luaL_error(L, "kx.map: there is no map %s", luaL_tolstring(L, 1, nullptr));
-        return 1;
-    }
+    case LUA_TTABLE: PushNew(L); return 1;
+    case LUA_TNUMBER: PushByIndex(L, ProxyType::map, KIND_DS_MAP); return 1;
     default: CheckProxy(L, 1, ProxyType::map); return 1;
     }
 }

@@ -27,56 +27,81 @@ Proxy* NewProxy(lua_State* L, ProxyType type) {
     return proxy;
 }
 
-/// Pushes the proxy that the table on the stack's top has for a key, or a new one.
-/// @return the new one, null where it was there.
-template <class Get, class Put>
-Proxy* FindOrMake(lua_State* L, ProxyType type, Get get, Put put) {
+/// Pushes what the table of proxies has for a key, or a new proxy.
+/// @param get    pushes what the table on the stack's top has; gives its type.
+/// @param begin  makes a proxy what it is to be.
+/// @param put    sets what the table below the stack's top has to the value on the top, which it takes.
+template <class Get, class Begin, class Put>
+void FindOrMake(lua_State* L, ProxyType type, Get get, Begin begin, Put put) {
     lua_rawgetp(L, LUA_REGISTRYINDEX, &kProxies);
-    Proxy* proxy = nullptr;
     if (get() != LUA_TUSERDATA) {
         lua_pop(L, 1);
-        proxy = NewProxy(L, type);
-        lua_pushvalue(L, -1);
-        put();
+        Proxy* proxy = NewProxy(L, type);
+        lua_insert(L, -2);
+        if (get() != LUA_TUSERDATA) {  // making one may run finalisers, which may make it too
+            begin(proxy);
+            lua_pop(L, 1);
+            lua_pushvalue(L, -2);
+            put();
+            lua_pop(L, 1);
+            return;
+        }
     }
     lua_remove(L, -2);
-    return proxy;
 }
 
 void PushContainer(lua_State* L, ProxyType type, int index, uint64_t serial) {
     auto key = static_cast<lua_Integer>(serial);
-    Proxy* proxy = FindOrMake(
-        L, type, [&] { return lua_rawgeti(L, -1, key); }, [&] { lua_rawseti(L, -3, key); });
-    if (!proxy) return;
-    proxy->index = index;
-    proxy->serial = serial;
+    FindOrMake(
+        L, type, [&] { return lua_rawgeti(L, -1, key); },
+        [&](Proxy* proxy) {
+            proxy->index = index;
+            proxy->serial = serial;
+        },
+        [&] { lua_rawseti(L, -2, key); });
 }
 
 void PushHeld(lua_State* L, ProxyType type, const RValue& value) {
-    Proxy* proxy = FindOrMake(
-        L, type, [&] { return lua_rawgetp(L, -1, value.ptr); }, [&] { lua_rawsetp(L, -3, value.ptr); });
-    if (!proxy) return;
-    COPY_RValue(&proxy->held, &value);
-    if (type == ProxyType::structure) Collector::AddRoot(&proxy->held);
+    FindOrMake(
+        L, type, [&] { return lua_rawgetp(L, -1, value.ptr); },
+        [&](Proxy* proxy) {
+            if (type == ProxyType::structure) Collector::AddRoot(&proxy->held);
+            COPY_RValue(&proxy->held, &value);
+        },
+        [&] { lua_rawsetp(L, -2, value.ptr); });
 }
 
+/// The end of a struct's or an array's proxy. What it stood for may live on: whoever meets it next gets a new proxy.
 int Release(lua_State* L) {
     Proxy* proxy = ToProxy(L, 1);
-    if (!proxy) return 0;
+    if (!proxy || !proxy->held.ptr) return 0;
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kProxies);
+    lua_rawgetp(L, -1, proxy->held.ptr);
+    if (lua_rawequal(L, -1, 1)) {
+        lua_pushnil(L);
+        lua_rawsetp(L, -3, proxy->held.ptr);
+    }
     if (proxy->type == ProxyType::structure) Collector::RemoveRoot(&proxy->held);
     FREE_RValue__Pre(&proxy->held);
     proxy->held = RValue{};
     return 0;
 }
 
+bool HoldsObject(ProxyType type) {
+    return type == ProxyType::structure || type == ProxyType::array;
+}
+
+void CheckNotEnded(lua_State* L, const Proxy& proxy) {
+    if (!proxy.held.ptr) Raise(L, "this kx.%s has ended: a finaliser that needs it comes too late", NameOf(proxy.type));
+}
+
 int ToString(lua_State* L) {
     Proxy* proxy = ToProxy(L, 1);
-    if (!proxy) return luaL_error(L, "not a container");
-    bool indexed = proxy->type != ProxyType::structure && proxy->type != ProxyType::array;
-    if (indexed) {
-        lua_pushfstring(L, "kx.%s: %d", NameOf(proxy->type), proxy->index);
-    } else {
+    if (!proxy) Raise(L, "not a container");
+    if (HoldsObject(proxy->type)) {
         lua_pushfstring(L, "kx.%s: %p", NameOf(proxy->type), proxy->held.ptr);
+    } else {
+        lua_pushfstring(L, "kx.%s: %d", NameOf(proxy->type), proxy->index);
     }
     return 1;
 }
@@ -85,7 +110,7 @@ template <class Container>
 Container& Alive(lua_State* L, const Proxy& proxy, const DS_Table<Container>& table) {
     Container* container = proxy.index < table.length ? table.arr[proxy.index] : nullptr;
     if (!container || container->m_serial != proxy.serial) {
-        luaL_error(L, "kx.%s %d has been freed", NameOf(proxy.type), proxy.index);
+        Raise(L, "kx.%s %d has been freed", NameOf(proxy.type), proxy.index);
     }
     return *container;
 }
@@ -106,6 +131,7 @@ Proxy* CheckProxy(lua_State* L, int index, ProxyType type) {
     Proxy* proxy = ToProxy(L, index);
     bool right = proxy && proxy->type == type;
     if (!right) luaL_typeerror(L, index, lua_pushfstring(L, "kx.%s", NameOf(type)));
+    if (HoldsObject(type)) CheckNotEnded(L, *proxy);
     return proxy;
 }
 
@@ -129,7 +155,7 @@ void CheckAlive(lua_State* L, const Proxy& proxy) {
     case ProxyType::grid:
     case ProxyType::row: GridOf(L, proxy); return;
     case ProxyType::structure:
-    case ProxyType::array: return;
+    case ProxyType::array: CheckNotEnded(L, proxy); return;
     }
 }
 
@@ -151,10 +177,21 @@ void PushProxyOf(lua_State* L, const RValue& value) {
     if ((value.kind & KIND_MASK) == VALUE_OBJECT) return PushHeld(L, ProxyType::structure, value);
     if ((value.kind & KIND_MASK) == VALUE_ARRAY) return PushHeld(L, ProxyType::array, value);
     DS_AutoMutex lock;
-    auto index = static_cast<int>(value.real);
-    if (CDS_Map* map = DsMapOf(&value)) return PushContainer(L, ProxyType::map, index, map->m_serial);
-    if (CDS_List* list = DsListOf(&value)) return PushContainer(L, ProxyType::list, index, list->m_serial);
+    CDS_Map* map = DsMapOf(&value);
+    if (map) return PushContainer(L, ProxyType::map, static_cast<int>(value.real), map->m_serial);
+    CDS_List* list = DsListOf(&value);
+    if (list) return PushContainer(L, ProxyType::list, static_cast<int>(value.real), list->m_serial);
     lua_pushnil(L);
+}
+
+void PushByIndex(lua_State* L, ProxyType type, unsigned int mark) {
+    int whole = 0;
+    lua_Integer index = lua_tointegerx(L, 1, &whole);
+    if (whole) {
+        PushProxyOf(L, {{static_cast<double>(index)}, 0, VALUE_REAL | mark});
+        if (!lua_isnil(L, -1)) return;
+    }
+    Raise(L, "kx.%s: there is no %s %s", NameOf(type), NameOf(type), luaL_tolstring(L, 1, nullptr));
 }
 
 void PushGrid(lua_State* L, int index) {
@@ -187,8 +224,12 @@ void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods) {
 
     lua_newtable(L);
     luaL_setfuncs(L, methods, 0);
-    const luaL_Reg common[] = {{"__gc", Release}, {"__tostring", ToString}, {nullptr, nullptr}};
-    luaL_setfuncs(L, common, 0);
+    lua_pushcfunction(L, ToString);
+    lua_setfield(L, -2, "__tostring");
+    if (HoldsObject(type)) {
+        lua_pushcfunction(L, Release);
+        lua_setfield(L, -2, "__gc");
+    }
     lua_pushfstring(L, "kx.%s", NameOf(type));
     lua_pushvalue(L, -1);
     lua_setfield(L, -3, "__name");

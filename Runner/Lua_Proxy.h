@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Files/Base/RValue.h"
+#include "Runner/Lua_Error.h"
 
 #include <cstdint>
 #include <lua5.4/lua.hpp>
@@ -35,7 +36,8 @@ struct Proxy {
 /// @return the proxy at an index of the stack; null for any other value.
 Proxy* ToProxy(lua_State* L, int index);
 
-/// The same for a function's own type; raises a Lua error for any other value.
+/// The same for a function's own type; raises a Lua error for any other value, and for a struct or an array that a
+/// finaliser has met after its end.
 Proxy* CheckProxy(lua_State* L, int index, ProxyType type);
 
 /// The container that a proxy stands for; raises a Lua error where it has been freed. The caller holds the lock.
@@ -53,11 +55,16 @@ RValue ValueOf(const Proxy& proxy);
 /// Pushes the proxy of a struct or an array, or of the map or list that a value refers to; nil where that is freed.
 void PushProxyOf(lua_State* L, const RValue& value);
 
+/// Pushes the proxy of the map or list whose index is the number at index 1 of the stack; raises a Lua error where
+/// there is none.
+/// @param mark  KIND_DS_MAP or KIND_DS_LIST.
+void PushByIndex(lua_State* L, ProxyType type, unsigned int mark);
+
 /// Pushes the proxy of the grid of an index, nil where there is none, or of a grid's row.
 void PushGrid(lua_State* L, int index);
 void PushRow(lua_State* L, const Proxy& grid, int row);
 
-/// Makes the metatable of a type. To its methods those that all types have are added.
+/// Makes the metatable of a type, with the methods that all types have besides.
 void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods);
 
 /// Registers the types, and adds kx.map and its like to the table on the stack's top.
@@ -72,7 +79,7 @@ int Guarded(lua_State* L) {
     try {
         return Function(L);
     } catch (const std::bad_alloc&) {
-        return luaL_error(L, "not enough memory");
+        Raise(L, "not enough memory");
     }
 }
 

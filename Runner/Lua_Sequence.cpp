@@ -6,6 +6,7 @@
 #include "Runner/Lua_Value.h"
 
 #include <climits>
+#include <memory>
 
 namespace kx {
 namespace {
@@ -15,6 +16,7 @@ namespace {
 struct List {
     static constexpr ProxyType kType = ProxyType::list;
     static constexpr const char* kName = "kx.list";
+    static constexpr bool kGrows = true;
 
     static int Count(lua_State* L, Proxy* proxy) { return ListOf(L, *proxy).m_count; }
     static const RValue* At(lua_State* L, Proxy* proxy, int place) { return ListOf(L, *proxy).Get(place); }
@@ -28,6 +30,7 @@ struct List {
 struct Array {
     static constexpr ProxyType kType = ProxyType::array;
     static constexpr const char* kName = "kx.array";
+    static constexpr bool kGrows = true;
 
     static int Count(lua_State*, Proxy* proxy) { return proxy->held.arr->m_length; }
     static const RValue* At(lua_State*, Proxy* proxy, int place) { return &proxy->held.arr->m_elements[place]; }
@@ -41,9 +44,11 @@ struct Array {
 struct Row {
     static constexpr ProxyType kType = ProxyType::row;
     static constexpr const char* kName = "kx.grid";
+    static constexpr bool kGrows = false;
 
     static int Count(lua_State* L, Proxy* proxy) { return GridOf(L, *proxy).m_width; }
     static const RValue* At(lua_State* L, Proxy* proxy, int place) { return GridOf(L, *proxy).At(place, proxy->row); }
+    static void Remove(lua_State*, Proxy*, int) {}
     static void Put(lua_State* L, Proxy* proxy, int place, RValue* value) {
         GridOf(L, *proxy).Set(place, proxy->row, value);
     }
@@ -57,7 +62,8 @@ int CheckPlace(lua_State* L, const char* name) {
     lua_Integer index = lua_tointegerx(L, 2, &isInteger);
     bool whole = isInteger && lua_type(L, 2) == LUA_TNUMBER;
     if (!whole) {
-        luaL_error(L, "%s: an index is a whole number from 1, not %s", name, luaL_tolstring(L, 2, nullptr));
+        Raise(L, "%s: an index is a whole number from 1, not the %s %s", name, luaL_typename(L, 2),
+              luaL_tolstring(L, 2, nullptr));
     }
     return index >= 1 && index <= INT_MAX ? static_cast<int>(index) - 1 : -1;
 }
@@ -66,42 +72,41 @@ template <class Sequence>
 int Index(lua_State* L) {
     Proxy* proxy = CheckProxy(L, 1, Sequence::kType);
     int place = CheckPlace(L, Sequence::kName);
-    Crossing crossing;
+    Crossing crossing(L);
     RValueOwner found(g_undefined);
     {
         DS_AutoMutex lock;
         bool inside = place >= 0 && place < Sequence::Count(L, proxy);
         if (inside) COPY_RValue(&found.value, Sequence::At(L, proxy, place));
+        bool gap = inside && found.value.kind == VALUE_UNDEFINED;
+        if (gap) found.value = {{0}, 0, VALUE_PTR};  // kx.null: a nil here would be the sequence's end
     }
     PushValue(L, Sequence::kName, found.value);
     return 1;
+}
+
+/// Raises a Lua error for a place that cannot be set: where something is, or, in what grows, the next.
+void CheckInside(lua_State* L, const char* name, int place, int count, bool grows) {
+    if (place >= 0 && place < count) return;
+    if (!grows) Raise(L, "%s: the row has columns 1 to %d", name, count);
+    if (place != count) Raise(L, "%s: an index is 1 to %d, or %d to add", name, count, count + 1);
 }
 
 template <class Sequence>
 int SetIndex(lua_State* L) {
     Proxy* proxy = CheckProxy(L, 1, Sequence::kType);
     int place = CheckPlace(L, Sequence::kName);
-    {
-        Crossing crossing;
-        RValueOwner value;
-        TakeValue(L, {Sequence::kName, 0, nullptr}, 3, &value);
-        DS_AutoMutex lock;
-        int count = Sequence::Count(L, proxy);
-        bool inside = place >= 0 && place < count;
-        if constexpr (Sequence::kType == ProxyType::row) {
-            if (!inside) return luaL_error(L, "kx.grid: the row has columns 1 to %d", count);
-            Sequence::Put(L, proxy, place, &value.value);
-        } else if (value.value.kind == VALUE_UNDEFINED) {
-            if (inside) Sequence::Remove(L, proxy, place);
-        } else {
-            bool next = place == count;
-            if (!inside && !next) {
-                return luaL_error(L, "%s: an index is 1 to %d, or %d to add", Sequence::kName, count, count + 1);
-            }
-            Sequence::Put(L, proxy, place, &value.value);
-        }
+    Crossing crossing(L);
+    RValueOwner value;
+    TakeValue(L, {Sequence::kName, 0, "the value"}, 3, &value);
+    DS_AutoMutex lock;
+    int count = Sequence::Count(L, proxy);
+    if (Sequence::kGrows && value.value.kind == VALUE_UNDEFINED) {
+        if (place >= 0 && place < count) Sequence::Remove(L, proxy, place);
+        return 0;
     }
-    Crossing::SafePoint(L);
+    CheckInside(L, Sequence::kName, place, count, Sequence::kGrows);
+    Sequence::Put(L, proxy, place, &value.value);
     return 0;
 }
 
@@ -115,9 +120,11 @@ int Length(lua_State* L) {
 
 /// The iterator of pairs: (sequence, index before) gives the next index and element.
 int Next(lua_State* L) {
-    lua_Integer index = luaL_checkinteger(L, 2) + 1;
+    if (!ToProxy(L, 1)) luaL_typeerror(L, 1, "kx.list or kx.array");
+    lua_Integer before = luaL_checkinteger(L, 2);
     lua_settop(L, 1);
-    if (index > luaL_len(L, 1)) return 0;
+    if (before < 0 || before >= luaL_len(L, 1)) return 0;
+    lua_Integer index = before + 1;
     lua_pushinteger(L, index);
     lua_geti(L, 1, index);
     return 2;
@@ -161,7 +168,7 @@ int GridRow(lua_State* L) {
 }
 
 int SetGridRow(lua_State* L) {
-    return luaL_error(L, "kx.grid: rows cannot be set, only their cells: grid[row][column] = value");
+    Raise(L, "kx.grid: rows cannot be set, only their cells: grid[row][column] = value");
 }
 
 /// kx.grid(id)
@@ -172,47 +179,35 @@ int MakeGrid(lua_State* L) {
         return 1;
     }
     PushGrid(L, ToInt32(lua_tonumber(L, 1)));
-    if (lua_isnil(L, -1)) return luaL_error(L, "kx.grid: there is no grid %s", luaL_tolstring(L, 1, nullptr));
+    if (lua_isnil(L, -1)) Raise(L, "kx.grid: there is no grid %s", luaL_tolstring(L, 1, nullptr));
     return 1;
 }
 
 // --- lists and arrays -----------------------------------------------------------------------------------------------
 
-/// Pushes the proxy of a new list with the elements of an array, or with none.
-void PushNewList(lua_State* L, const RefDynamicArrayOfRValue* elements) {
-    DS_AutoMutex lock;
-    DS_Owner<CDS_List> list;
-    for (int i = 0; elements && i < elements->m_length; ++i) {
-        list->Add(&elements->m_elements[i]);
+/// Pushes the proxy of a new list, filled from the table at index 1 where there is one.
+void PushNewList(lua_State* L) {
+    Crossing crossing(L);
+    RValueOwner elements;
+    if (lua_istable(L, 1)) TakeArray(L, {"kx.list", 1, nullptr}, 1, &elements);
+    auto list = std::make_unique<CDS_List>();
+    const RefDynamicArrayOfRValue* array = ArrayIn(elements.value);
+    for (int i = 0; array && i < array->m_length; ++i) {
+        list->Add(&array->m_elements[i]);
     }
+    DS_AutoMutex lock;
     int index = FindFreeDsListIndex();
-    thelists.arr[index] = list.Release();
-    RValue reference{};
-    reference.real = index;
-    reference.kind = VALUE_REAL | KIND_DS_LIST;
-    PushProxyOf(L, reference);
+    thelists.arr[index] = list.release();
+    PushProxyOf(L, {{static_cast<double>(index)}, 0, VALUE_REAL | KIND_DS_LIST});
 }
 
 /// kx.list([id | table])
 int MakeList(lua_State* L) {
     lua_settop(L, 1);
     switch (lua_type(L, 1)) {
-    case LUA_TNIL: PushNewList(L, nullptr); return 1;
-    case LUA_TTABLE: {
-        Crossing crossing;
-        RValueOwner elements;
-        TakeArray(L, {"kx.list", 1, nullptr}, 1, &elements);
-        PushNewList(L, elements.value.arr);
-        return 1;
-    }
-    case LUA_TNUMBER: {
-        RValue reference{};
-        reference.real = lua_tonumber(L, 1);
-        reference.kind = VALUE_REAL | KIND_DS_LIST;
-        PushProxyOf(L, reference);
-        if (lua_isnil(L, -1)) return luaL_error(L, "kx.list: there is no list %s", luaL_tolstring(L, 1, nullptr));
-        return 1;
-    }
+    case LUA_TNIL:
+    case LUA_TTABLE: PushNewList(L); return 1;
+    case LUA_TNUMBER: PushByIndex(L, ProxyType::list, KIND_DS_LIST); return 1;
     default: CheckProxy(L, 1, ProxyType::list); return 1;
     }
 }
@@ -229,13 +224,10 @@ int MakeArray(lua_State* L) {
         lua_replace(L, 1);
     }
     luaL_checktype(L, 1, LUA_TTABLE);
-    {
-        Crossing crossing;
-        RValueOwner made;
-        TakeArray(L, {"kx.array", 1, nullptr}, 1, &made);
-        PushValue(L, "kx.array", made.value);
-    }
-    Crossing::SafePoint(L);
+    Crossing crossing(L);
+    RValueOwner made;
+    TakeArray(L, {"kx.array", 1, nullptr}, 1, &made);
+    PushValue(L, "kx.array", made.value);
     return 1;
 }
 

@@ -6,18 +6,25 @@
 namespace kx {
 namespace {
 
-constexpr Subject kSubject = {"kx.struct", 0, nullptr};
+constexpr Subject kSubject = {"kx.struct", 0, "the value"};
 
 KXObjectBase* CheckStruct(lua_State* L) {
     return CheckProxy(L, 1, ProxyType::structure)->held.obj;
 }
 
-const char* CheckName(lua_State* L, int index) {
-    if (lua_type(L, index) != LUA_TSTRING) {
-        luaL_error(L, "kx.struct: a member's name is a string, not a %s", luaL_typename(L, index));
+/// A member's name, which stays Lua's.
+class Name : public BorrowedText {
+public:
+    Name(lua_State* L, int index) : BorrowedText(L, {"kx.struct", 0, "the name"}, Checked(L, index)) {}
+
+    const char* Text() const { return Value()->str->m_thing; }
+
+private:
+    static int Checked(lua_State* L, int index) {
+        if (lua_type(L, index) == LUA_TSTRING) return index;
+        Raise(L, "kx.struct: a member's name is a string, not a %s", luaL_typename(L, index));
     }
-    return lua_tostring(L, index);
-}
+};
 
 /// Pushes a member's value; nil where there is none.
 void PushMember(lua_State* L, const RValue* member) {
@@ -28,26 +35,23 @@ void PushMember(lua_State* L, const RValue* member) {
 
 int Index(lua_State* L) {
     KXObjectBase* object = CheckStruct(L);
-    Crossing crossing;
-    PushMember(L, object->Get(CheckName(L, 2)));
+    Crossing crossing(L);
+    Name name(L, 2);
+    PushMember(L, object->Get(name.Text()));
     return 1;
 }
 
 int SetIndex(lua_State* L) {
     KXObjectBase* object = CheckStruct(L);
-    CheckName(L, 2);
-    {
-        Crossing crossing;
-        RValueOwner value;
-        TakeValue(L, kSubject, 3, &value);
-        BorrowedText name(L, kSubject, 2);
-        if (value.value.kind == VALUE_UNDEFINED) {
-            object->Remove(name.Value()->str->m_thing);
-        } else {
-            object->Add(name.Value()->str->m_thing, value.value, 0);
-        }
+    Crossing crossing(L);
+    Name name(L, 2);
+    RValueOwner value;
+    TakeValue(L, kSubject, 3, &value);
+    if (value.value.kind == VALUE_UNDEFINED) {
+        object->Remove(name.Text());
+    } else {
+        object->Add(name.Text(), value.value, 0);
     }
-    Crossing::SafePoint(L);
     return 0;
 }
 
@@ -56,17 +60,19 @@ int Length(lua_State* L) {
     return 1;
 }
 
-/// The iterator of pairs, with the place of the next member and the number of members in its upvalues.
+/// The iterator of pairs, with the place of the next member and the number of changes before in its upvalues.
 int Next(lua_State* L) {
     KXObjectBase* object = CheckStruct(L);
     auto place = static_cast<int>(lua_tointeger(L, lua_upvalueindex(1)));
-    if (object->Count() != lua_tointeger(L, lua_upvalueindex(2))) {
-        return luaL_error(L, "kx.struct: a member came or went while it was walked");
+    bool changed = static_cast<uint64_t>(lua_tointeger(L, lua_upvalueindex(2))) != object->m_changes;
+    if (changed) Raise(L, "kx.struct: a member came or went while it was walked; collect the names first");
+    while (place < object->Places() && !object->NameAt(place)) {
+        ++place;
     }
-    if (place >= object->Count()) return 0;
+    if (place >= object->Places()) return 0;
     lua_pushinteger(L, place + 1);
     lua_replace(L, lua_upvalueindex(1));
-    Crossing crossing;
+    Crossing crossing(L);
     lua_pushstring(L, object->NameAt(place));
     PushMember(L, object->ValueAt(place));
     return 2;
@@ -75,7 +81,7 @@ int Next(lua_State* L) {
 int Pairs(lua_State* L) {
     KXObjectBase* object = CheckStruct(L);
     lua_pushinteger(L, 0);
-    lua_pushinteger(L, object->Count());
+    lua_pushinteger(L, static_cast<lua_Integer>(object->m_changes));
     lua_pushcclosure(L, Guarded<Next>, 2);
     lua_pushvalue(L, 1);
     return 2;
@@ -93,13 +99,10 @@ int Make(lua_State* L) {
         lua_replace(L, 1);
     }
     luaL_checktype(L, 1, LUA_TTABLE);
-    {
-        Crossing crossing;
-        RValueOwner made;
-        TakeStruct(L, {"kx.struct", 1, nullptr}, 1, &made);
-        PushValue(L, "kx.struct", made.value);
-    }
-    Crossing::SafePoint(L);
+    Crossing crossing(L);
+    RValueOwner made;
+    TakeStruct(L, {"kx.struct", 1, nullptr}, 1, &made);
+    PushValue(L, "kx.struct", made.value);
     return 1;
 }
 

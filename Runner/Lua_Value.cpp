@@ -5,12 +5,14 @@
 #include "Files/Base/KXObjectBase.h"
 #include "Files/Base/RefDynamicArray.h"
 #include "Platform/MemoryManager.h"
+#include "Runner/Lua_Error.h"
 #include "Runner/Lua_Proxy.h"
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <new>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -36,27 +38,43 @@ using StringRecord = _RefThing<char const*>;
 class BorrowedRecords {
 public:
     StringRecord* Lend(const char* text, size_t length) {
-        if (m_free.empty()) m_free.push_back(new StringRecord{});
+        if (m_free.empty()) {
+            m_free.reserve(++m_lent);
+            m_free.push_back(new StringRecord{});
+        }
         StringRecord* record = m_free.back();
         m_free.pop_back();
         *record = {text, 1, static_cast<int>(length)};
         return record;
     }
 
-    void Return(StringRecord* record) {
+    /// @return false where there was no memory for the copy that a handler is to keep.
+    bool Return(StringRecord* record) {
         if (record->m_refCount == 1) {
             m_free.push_back(record);
-            return;
+            return true;
         }
-        // A handler has kept a reference: the record is the values' from now on, with a text of its own.
+        // The record is the values' from now on, with a text of its own.
+        const char* text = Copied(record->m_thing);
         LOCK_RVALUE_MUTEX();
-        record->m_thing = KXStrDup(record->m_thing);
+        record->m_thing = text;
+        if (!text) record->m_size = 0;
         --record->m_refCount;
         UNLOCK_RVALUE_MUTEX();
+        return text != nullptr;
     }
 
 private:
-    std::vector<StringRecord*> m_free;
+    static const char* Copied(const char* text) {
+        try {
+            return KXStrDup(text);
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
+
+    std::vector<StringRecord*> m_free;  // with room for all that are lent, so that a return cannot fail
+    size_t m_lent = 0;
 };
 
 BorrowedRecords& Records() {
@@ -140,6 +158,24 @@ public:
         m_path.pop_back();
     }
 
+    /// Calls `each` with every entry of a table: the key's place on the stack, and the value.
+    void Entries(int index, const std::function<void(int, const RValue&)>& each) {
+        luaL_checkstack(m_lua, 6, "tables nested too deep");
+        m_path.push_back({lua_topointer(m_lua, index), nullptr, 0});
+        lua_pushnil(m_lua);
+        while (lua_next(m_lua, index)) {
+            int value = lua_gettop(m_lua);
+            bool named = lua_type(m_lua, value - 1) == LUA_TSTRING;
+            m_path.back().name = named ? lua_tostring(m_lua, value - 1) : nullptr;
+            m_path.back().index = named ? 0 : static_cast<int>(lua_tointeger(m_lua, value - 1));
+            RValueOwner taken;
+            Convert(value, &taken.value);
+            each(value - 1, taken.value);
+            lua_settop(m_lua, value - 1);
+        }
+        m_path.pop_back();
+    }
+
 private:
     using Known = std::unordered_map<const void*, RValue>;
 
@@ -159,13 +195,14 @@ private:
     /// "json_encode: argument 1", and for a value inside a table its path: ": player.items[3]".
     std::string Where() const {
         std::string where = m_subject.function;
-        where += m_subject.argument ? ": argument " + std::to_string(m_subject.argument) : ": the value";
+        where += ": ";
+        where += m_subject.argument ? "argument " + std::to_string(m_subject.argument) : m_subject.noun;
         std::string path = Path();
         return path.empty() ? where : where + ": " + path;
     }
 
     std::string Path() const {
-        std::string path = m_subject.member ? m_subject.member : "";
+        std::string path;
         for (const Level& level : m_path) {
             if (level.name) {
                 path += (path.empty() ? "" : ".") + std::string(level.name);
@@ -178,11 +215,12 @@ private:
     }
 
     [[noreturn]] void Refuse(const char* what) {
-        luaL_error(m_lua, "%s is %s, which a built-in cannot take", Where().c_str(), what);
-        std::abort();  // luaL_error does not return
+        Raise(m_lua, "%s is %s, which a built-in cannot take", Where().c_str(), what);
     }
 
-    [[noreturn]] void RefuseKeys() { Refuse("a table whose keys are neither all strings nor 1 to n"); }
+    [[noreturn]] void RefuseKeys() {
+        Refuse("a table whose keys are neither all strings nor 1 to n (kx.null fills a gap)");
+    }
 
     void Number(int index, RValue* value) {
         if (lua_isinteger(m_lua, index)) {
@@ -273,14 +311,20 @@ const char* KindName(unsigned int kind) {
 }  // namespace
 
 CallArguments::~CallArguments() {
-    for (int i = 0; i < m_count; ++i) {
-        RValue& value = m_values[i];
+    Release();
+}
+
+bool CallArguments::Release() {
+    bool whole = true;
+    for (; m_count > 0; --m_count) {
+        RValue& value = m_values[m_count - 1];
         if (value.kind == VALUE_STRING) {
-            Records().Return(value.str);
+            whole = Records().Return(value.str) && whole;
         } else {
             FREE_RValue__Pre(&value);
         }
     }
+    return whole;
 }
 
 void CallArguments::Take(lua_State* L, const FunctionRecord& record) {
@@ -299,14 +343,10 @@ void CallArguments::Take(lua_State* L, const FunctionRecord& record) {
     }
 }
 
-BorrowedText::BorrowedText(lua_State* L, const Subject& subject, int index) : m_value{} {
-    const char* text = Conversion(L, subject).CheckText(index);
-    m_value.str = Records().Lend(text, lua_rawlen(L, index));
+BorrowedText::BorrowedText(lua_State* L, const Subject& subject, int index)
+    : m_record{Conversion(L, subject).CheckText(index), 1, static_cast<int>(lua_rawlen(L, index))}, m_value{} {
+    m_value.str = &m_record;
     m_value.kind = VALUE_STRING;
-}
-
-BorrowedText::~BorrowedText() {
-    Records().Return(m_value.str);
 }
 
 void TakeValue(lua_State* L, const Subject& subject, int index, RValueOwner* value) {
@@ -321,6 +361,11 @@ void TakeStruct(lua_State* L, const Subject& subject, int index, RValueOwner* va
 void TakeArray(lua_State* L, const Subject& subject, int index, RValueOwner* value) {
     KXNames names;
     Conversion(L, subject).Array(index, &value->value);
+}
+
+void TakeEntries(lua_State* L, const Subject& subject, int index, const std::function<void(int, const RValue&)>& each) {
+    KXNames names;
+    Conversion(L, subject).Entries(index, each);
 }
 
 void PushValue(lua_State* L, const char* function, const RValue& value) {
@@ -350,14 +395,42 @@ void PushValue(lua_State* L, const char* function, const RValue& value) {
         if (value.kind & (KIND_DS_MAP | KIND_DS_LIST)) return PushProxyOf(L, value);
         break;
     }
-    luaL_error(L, "%s: the result is %s, which Lua cannot take", function, KindName(value.kind));
+    Raise(L, "%s: the result is %s, which Lua cannot take", function, KindName(value.kind));
 }
 
+/// Collects Lua's own garbage, whose proxies hold structs and arrays. That takes as long as Lua's heap is large, so it
+/// is done only where as much can have come together on the host's side.
+class LuaCollection {
+public:
+    static bool IsWorthIt(lua_State* L) {
+        long long luaBytes = 1024LL * lua_gc(L, LUA_GCCOUNT);
+        return Held() - g_left > luaBytes / 2;
+    }
+
+    static void Run(lua_State* L) {
+        lua_gc(L, LUA_GCCOLLECT);
+        Collector::SafePoint();
+        g_left = Held();
+    }
+
+private:
+    static long long Held() {
+        constexpr long long kObject = 100;
+        Collector::Statistics objects = Collector::Stats();
+        return MemoryManager::Stats().bytes + kObject * (objects.structs + objects.arrays);
+    }
+
+    static long long g_left;  // by the last one
+};
+
+long long LuaCollection::g_left = 0;
+
 void Crossing::SafePoint(lua_State* L) {
-    if (g_crossings > 0) return;
-    if (g_madeObjects && Collector::IsDue())
-        lua_gc(L, LUA_GCCOLLECT);  // proxies that nobody has hold what they stand for
-    if (g_madeObjects || g_countSTRING_RValue >= kManyVisits) Collector::SafePoint();
+    if (g_countSTRING_RValue >= kManyVisits) Collector::SafePoint();
+    if (!g_madeObjects || !Collector::IsDue() || !LuaCollection::IsWorthIt(L)) return;
+    ++g_crossings;  // finalisers cross too
+    LuaCollection::Run(L);
+    --g_crossings;
     g_madeObjects = false;
 }
 

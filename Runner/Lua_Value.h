@@ -3,6 +3,7 @@
 #include "Files/Base/Limits.h"
 #include "Files/Code/Code_Function.h"
 
+#include <functional>
 #include <lua5.4/lua.hpp>
 
 /// Values across the boundary between Lua and the host.
@@ -30,8 +31,8 @@ namespace kx {
 /// What a value is converted for; its errors begin with it.
 struct Subject {
     const char* function;
-    int argument;        ///< from 1; 0 where it is just "the value"
-    const char* member;  ///< of the argument, where only that is converted; null for all of it
+    int argument;      ///< from 1; 0 where it is none
+    const char* noun;  ///< what it is then, such as "the value"
 };
 
 /// The arguments of one call. Strings are not copied: they stay Lua's, and a handler that keeps a reference to one
@@ -50,23 +51,27 @@ public:
 
     RValue* Data() { return m_values; }
 
+    /// Ends the call.
+    /// @return false where there was no memory for the copy of a string that the handler keeps, which then has no text.
+    bool Release();
+
 private:
     RValue m_values[kMaxCallArguments];
     int m_count = 0;
 };
 
-/// A string that stays Lua's, for the length of a call.
+/// A string that stays Lua's. Nobody may keep a reference to it.
 class BorrowedText {
 public:
     /// Raises a Lua error where the string at a stack's index has a zero byte.
     BorrowedText(lua_State* L, const Subject& subject, int index);
     BorrowedText(const BorrowedText&) = delete;
     BorrowedText& operator=(const BorrowedText&) = delete;
-    ~BorrowedText();
 
     const RValue* Value() const { return &m_value; }
 
 private:
+    _RefThing<char const*> m_record;
     RValue m_value;
 };
 
@@ -79,22 +84,29 @@ void TakeValue(lua_State* L, const Subject& subject, int index, RValueOwner* val
 void TakeStruct(lua_State* L, const Subject& subject, int index, RValueOwner* value);
 void TakeArray(lua_State* L, const Subject& subject, int index, RValueOwner* value);
 
+/// Takes the entries of the table at an index of the stack, one after another: calls `each` with the key at the stack's
+/// index that it is given and the value, which the table's others may share.
+void TakeEntries(lua_State* L, const Subject& subject, int index,
+                 const std::function<void(int keyIndex, const RValue& value)>& each);
+
 /// Pushes a value onto Lua's stack. Raises a Lua error where it has no counterpart.
 void PushValue(lua_State* L, const char* function, const RValue& value);
 
-/// A time in which values are on their way that only C++ variables hold. While one lives nothing is collected.
+/// A time in which values are on their way that only C++ variables hold. While one lives nothing is collected; what is
+/// due is collected before it begins.
 class Crossing {
 public:
-    Crossing() { ++g_crossings; }
+    explicit Crossing(lua_State* L) {
+        if (g_crossings == 0) SafePoint(L);
+        ++g_crossings;
+    }
     Crossing(const Crossing&) = delete;
     Crossing& operator=(const Crossing&) = delete;
     ~Crossing() { --g_crossings; }
 
-    /// Collects structs and arrays when that is due and nothing is on its way. For the end of whatever may have made
-    /// some.
+private:
     static void SafePoint(lua_State* L);
 
-private:
     static int g_crossings;
 };
 

@@ -122,7 +122,7 @@ TEST_F(CallGate, MapsEveryKindAndBack) {
 }
 
 TEST_F(CallGate, RefusesWhatHasNoCounterpartAndSaysWhereItIs) {
-    const char* const otherKeys = " is a table whose keys are neither all strings nor 1 to n";
+    const char* const otherKeys = " is a table whose keys are neither all strings nor 1 to n (kx.null fills a gap)";
     struct Case {
         const char* value;
         std::string what;

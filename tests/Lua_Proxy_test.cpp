@@ -161,6 +161,78 @@ TEST_F(Proxies, LongArraysCountByTheirBytes) {
     EXPECT_LT(MemoryManager::Stats().bytes, 70 << 20);  // of 100 MB in all
 }
 
+TEST_F(Proxies, AFinaliserThatMeetsOneAfterItsEndGetsAnErrorOrANewOne) {
+    Run(R"(
+        o = setmetatable({}, {__gc = function(o)
+            ok, message = pcall(function() return o.struct.x end)
+            count, why = pcall(function() return #o.array end)
+            given = select(2, pcall(keep, o.struct))
+            fresh = map.child.x
+        end})
+        o.struct, o.array = kx.struct{x = 1}, kx.array{1}
+        map = kx.map{child = o.struct}
+        o = nil
+        collectgarbage()
+    )");
+
+    for (const char* error : {"message", "why", "given"}) {
+        EXPECT_NE(Run(std::string("return ") + error).find("has ended"), std::string::npos) << error;
+    }
+    EXPECT_EQ(Run("return fresh"), "1");
+}
+
+TEST_F(Proxies, AreThereAtTheEndOfTheStateToo) {
+    Run(R"(
+        state = setmetatable({}, {__gc = function() seen = game.player.hp keep(seen) end})
+        game = kx.map{player = {hp = 3}}
+        player = game.player
+    )");
+    CloseLua();
+
+    EXPECT_EQ(g_kept.i64, 3);
+}
+
+TEST_F(Proxies, OneThatAFinaliserMakesMeanwhileIsTheOne) {
+    const char* const script = R"(
+        local m = kx.map()
+        local wrong, fired = 0, 0
+        local got
+        local function again()
+            setmetatable({}, {__gc = function() got = m.child fired = fired + 1 again() end})
+        end
+        again()
+        for i = 1, 3000 do
+            m.child = {x = i}
+            got = nil
+            local c = m.child
+            if got and got ~= c and got.x == c.x then wrong = wrong + 1 end
+        end
+        again = function() end
+        return wrong
+    )";
+    EXPECT_EQ(Run("collectgarbage('generational') " + std::string(script)), "0");
+}
+
+TEST_F(Proxies, OfMapsAndListsLeaveLuaNothingToKeep) {
+    EXPECT_EQ(Run("for i = 1, 200000 do kx.destroy(kx.map()) end collectgarbage() "
+                  "return collectgarbage('count') < 2000"),
+              "true");
+}
+
+TEST_F(Proxies, WhatFailsOrGoesAtOnceIsCollectedToo) {
+    for (const char* code :
+         {"pcall(json_stringify, {{a = 1}, {b = 2}, print})", "kx.destroy(kx.list{{a = 1}, {b = 2}})",
+          "pcall(function() kx.map().x = {a = {}, b = print} end)"}) {
+        SCOPED_TRACE(code);
+        Run("for i = 1, 60000 do " + std::string(code) + " end");
+        EXPECT_LT(Collector::Stats().structs, 60000);
+    }
+}
+
+TEST_F(Proxies, ErrorsHaveTheScriptsPositionThroughAnyCallInBetween) {
+    EXPECT_EQ(Run("local l = kx.list() kx.destroy(l)\ntable.insert(l, 1)").substr(0, 7), "test:2:");
+}
+
 TEST_F(Proxies, FinalisersMayCallBuiltInsWhileValuesAreOnTheirWay) {
     const char* const script = R"(
         local function again()

@@ -52,8 +52,8 @@ void ForEachElement(const RefDynamicArrayOfRValue& array, Visit visit) {
 
 template <class Visit>
 void ForEachMember(const KXObjectBase& object, Visit visit) {
-    for (int place = 0; place < object.Count(); ++place) {
-        visit(*object.ValueAt(place));
+    for (int place = 0; place < object.Places(); ++place) {
+        if (const RValue* value = object.ValueAt(place)) visit(*value);
     }
 }
 

@@ -9,14 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <stdexcept>
+#include <string>
 
 namespace kx {
 namespace {
 
-// What json-c's parse of a text takes at most for each of its parts, in bytes, on a 64-bit target.
-constexpr unsigned long long kObject = 1024;  // its record, and a table that has room for 16 members
+// What json-c's parse of a text takes at most besides its values and its objects, in bytes, on a 64-bit target.
 constexpr unsigned long long kArray = 256;
-constexpr unsigned long long kValue = 256;  // its record, its place in the array or table, a member's name
 constexpr unsigned long long kTextByte = 4;
 
 /// How often a byte stands in a text. In blocks whose counts fit a byte, which compilers make one instruction of many.
@@ -36,8 +36,8 @@ unsigned long long CountOf(char byte, const char* text, size_t length) {
 
 /// @return bytes that parsing a text may take at most. Brackets inside strings count too.
 unsigned long long MostBytes(const char* text, size_t length) {
-    return CountOf('{', text, length) * kObject + CountOf('[', text, length) * kArray +
-           (CountOf(',', text, length) + 1) * kValue + length * kTextByte;
+    return CountOf('{', text, length) * kJsonContainerBytes + CountOf('[', text, length) * kArray +
+           (CountOf(',', text, length) + 1) * kJsonValueBytes + length * kTextByte;
 }
 
 /// json-c 0.16 follows a null pointer where there is no memory for a member's name, so it is not even begun without.
@@ -63,6 +63,11 @@ json_object* MadeJson(json_object* made) {
 json_object* MadeJsonText(const char* text) {
     CheckLength(std::strlen(text));
     return MadeJson(json_object_new_string(text));
+}
+
+void RefuseJson() {
+    throw std::length_error("the value is more than JSON text is made of: over " + std::to_string(kMaxJsonBytes >> 20) +
+                            " MiB");
 }
 
 void AddMember(const JsonTree& object, const char* name, JsonTree value) {

@@ -47,6 +47,15 @@ json_object* MadeJson(json_object* made);
 /// @throws std::bad_alloc, also for a text of kx::kMaxJsonText bytes or more.
 json_object* MadeJsonText(const char* text);
 
+/// What a value takes in a tree at most, in bytes, its text not counted, and what a container takes besides: a table
+/// with room for 16 members.
+constexpr unsigned long long kJsonValueBytes = 256;
+constexpr unsigned long long kJsonContainerBytes = 1024;
+
+/// For whoever builds a tree that would take more than kx::kMaxJsonBytes.
+/// @throws std::length_error
+[[noreturn]] void RefuseJson();
+
 /// json_object_object_add and json_object_array_add, of a value that the tree owns afterwards.
 /// @throws std::bad_alloc, also for a name of kx::kMaxJsonText bytes or more.
 void AddMember(const JsonTree& object, const char* name, JsonTree value);

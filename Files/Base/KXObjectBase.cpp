@@ -5,6 +5,7 @@
 #include "Files/Code/Code_Function.h"
 #include "Platform/MemoryManager.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -46,6 +47,7 @@ void KXObjectBase::Add(const char* name, RValue& value, int /*flags*/) {
     RValueOwner newName;
     KXSetString(&newName.value, name);
     if (m_index) m_index->emplace(TextOf(newName.value), m_count);
+    ++m_changes;
     m_members[m_count++] = {std::exchange(newName.value, RValue{}), std::exchange(copy.value, RValue{})};
     if (!m_index && m_count > kUnindexedMembers) Index();
 }
@@ -67,25 +69,31 @@ const RValue* KXObjectBase::Get(const char* name) const {
 bool KXObjectBase::Remove(const char* name) {
     int place = PlaceOf(name ? name : "");
     if (place < 0) return false;
-    RValueOwner oldName(m_members[place].name);
-    RValueOwner oldValue(m_members[place].value);
-    if (m_index) m_index->erase(TextOf(oldName.value));
-    --m_count;
-    std::memmove(m_members + place, m_members + place + 1, static_cast<size_t>(m_count - place) * sizeof(Member));
-    for (; m_index && place < m_count; ++place) {
-        m_index->find(TextOf(m_members[place].name))->second = place;
-    }
+    Member& member = m_members[place];
+    if (m_index) m_index->erase(TextOf(member.name));
+    RValueOwner oldName(std::exchange(member.name, g_undefined));
+    RValueOwner oldValue(std::exchange(member.value, g_undefined));
+    ++m_changes;
+    ++m_gaps;
+    if (!m_index || m_gaps > m_count / 2) CloseGaps();
     return true;
 }
 
+/// A few members move up at once; many do so once there are as many gaps.
+void KXObjectBase::CloseGaps() {
+    auto isGap = [](const Member& member) { return member.name.kind == VALUE_UNDEFINED; };
+    Member* end = std::remove_if(m_members, m_members + m_count, isGap);
+    m_count = static_cast<int>(end - m_members);
+    m_gaps = 0;
+    if (m_index) Index();
+}
+
 const char* KXObjectBase::NameAt(int place) const {
-    bool inside = place >= 0 && place < m_count;
-    return inside ? m_members[place].name.str->m_thing : nullptr;
+    return IsMember(place) ? m_members[place].name.str->m_thing : nullptr;
 }
 
 const RValue* KXObjectBase::ValueAt(int place) const {
-    bool inside = place >= 0 && place < m_count;
-    return inside ? &m_members[place].value : nullptr;
+    return IsMember(place) ? &m_members[place].value : nullptr;
 }
 
 int KXObjectBase::PlaceOf(std::string_view name) const {
@@ -94,7 +102,7 @@ int KXObjectBase::PlaceOf(std::string_view name) const {
         return found == m_index->end() ? -1 : found->second;
     }
     for (int place = 0; place < m_count; ++place) {
-        if (TextOf(m_members[place].name) == name) return place;
+        if (IsMember(place) && TextOf(m_members[place].name) == name) return place;
     }
     return -1;
 }
@@ -102,9 +110,9 @@ int KXObjectBase::PlaceOf(std::string_view name) const {
 /// Without an index a large struct is slow, not wrong.
 void KXObjectBase::Index() {
     try {
-        auto index = std::make_unique<Places>();
+        auto index = std::make_unique<NameIndex>();
         for (int place = 0; place < m_count; ++place) {
-            index->emplace(TextOf(m_members[place].name), place);
+            if (IsMember(place)) index->emplace(TextOf(m_members[place].name), place);
         }
         m_index = std::move(index);
     } catch (const std::bad_alloc&) {
@@ -117,6 +125,7 @@ void KXObjectBase::ReleaseMembers() {
     Member* members = std::exchange(m_members, nullptr);
     int count = std::exchange(m_count, 0);
     m_allocated = 0;
+    m_gaps = 0;
     for (int place = 0; place < count; ++place) {
         FREE_RValue__Pre(&members[place].name);
         FREE_RValue__Pre(&members[place].value);

@@ -2,6 +2,7 @@
 
 #include "Files/Base/RValue.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string_view>
@@ -37,11 +38,15 @@ public:
     /// @return false where there is none.
     bool Remove(const char* name);
 
-    /// Members by their place, from 0; null beyond the last.
-    int Count() const { return m_count; }
+    int Count() const { return m_count - m_gaps; }
+
+    /// Members by their place, from 0 to below Places(). A member that was removed may leave a gap, where both are
+    /// null; the places are the same until a member comes or goes.
+    int Places() const { return m_count; }
     const char* NameAt(int place) const;
     const RValue* ValueAt(int place) const;
 
+    uint64_t m_changes = 0;        ///< another one as soon as a member has come or gone
     unsigned int m_visited = 0;    ///< visit stamp; see g_comparisonSTRUCT_RValue
     const char* m_className = "";  ///< not owned
 
@@ -54,20 +59,25 @@ private:
     };
 
     /// Ordered, not hashed: names may be anyone's, a server's too, and chosen to share a bucket.
-    using Places = std::map<std::string_view, int>;
+    using NameIndex = std::map<std::string_view, int>;
 
     KXObjectBase() = default;
     ~KXObjectBase();
 
     [[nodiscard]] int PlaceOf(std::string_view name) const;
+    [[nodiscard]] bool IsMember(int place) const {
+        return place >= 0 && place < m_count && m_members[place].name.kind != VALUE_UNDEFINED;
+    }
     void Reserve(int count);
+    void CloseGaps();
     void Index();
     void ReleaseMembers();
 
     Member* m_members = nullptr;  // m_count of them, host memory
-    int m_count = 0;
+    int m_count = 0;              // places
+    int m_gaps = 0;               // whose name is undefined
     int m_allocated = 0;
-    std::unique_ptr<Places> m_index;  // of a large struct's names
+    std::unique_ptr<NameIndex> m_index;  // of a large struct's names
 
     bool m_reached = false;  // by the collection that is under way
     KXObjectBase* m_previous = nullptr;

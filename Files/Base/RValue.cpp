@@ -13,6 +13,7 @@
 #include <mutex>
 #include <new>
 #include <sys/single_threaded.h>
+#include <utility>
 
 unsigned int g_countSTRING_RValue = 1;
 unsigned int g_comparisonSTRUCT_RValue = 1;
@@ -89,8 +90,10 @@ void PrintStruct(TextBuffer* text, KXObjectBase* object, int depth) {
 
     Visit visit(&object->m_visited, &g_comparisonSTRUCT_RValue);
     text->Append("{ ");
-    for (int i = 0; i < object->Count(); ++i) {
-        if (i > 0) text->Append(", ");
+    bool first = true;
+    for (int i = 0; i < object->Places(); ++i) {
+        if (!object->NameAt(i)) continue;
+        if (!std::exchange(first, false)) text->Append(", ");
         text->Append(object->NameAt(i));
         text->Append(" : ");
         PrintValue(text, object->ValueAt(i), depth + 1);

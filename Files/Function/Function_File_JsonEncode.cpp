@@ -1,6 +1,7 @@
 // Values to JSON text: the one encoder, the walks over maps, lists and arrays, and json_encode.
 #include "Files/Base/Json.h"
 #include "Files/Base/KXObjectBase.h"
+#include "Files/Base/Limits.h"
 #include "Files/Base/RefDynamicArray.h"
 #include "Files/Code/Code_Error.h"
 #include "Files/Function/Function_File_Internal.h"
@@ -21,19 +22,33 @@ constexpr int TEXT_FORM_SIZE = 32;
 /// all the same, and said once the text is whole.
 class Nesting {
 public:
-    Nesting() { ++depth; }
+    Nesting() {
+        Add(kx::kJsonContainerBytes);
+        ++depth;
+    }
     Nesting(const Nesting&) = delete;
     Nesting& operator=(const Nesting&) = delete;
     ~Nesting() {
         if (--depth == 0) End();
     }
 
-    static void Check() { tooDeep = tooDeep || depth >= JSON_TOKENER_DEFAULT_DEPTH; }
+    /// For each value: its depth, and its size beside all before it. A few containers that stand in many places can
+    /// make more than any memory holds.
+    static void Count(size_t textLength = 0) {
+        tooDeep = tooDeep || depth >= JSON_TOKENER_DEFAULT_DEPTH;
+        if (depth > 0) Add(kx::kJsonValueBytes + textLength);
+    }
 
 private:
+    static void Add(unsigned long long size) {
+        bytes += size;
+        if (bytes > kx::kMaxJsonBytes) kx::RefuseJson();
+    }
+
     static void End() {
         bool written = tooDeep && std::uncaught_exceptions() == 0;
         tooDeep = false;
+        bytes = 0;
         if (!written) return;
         dbg_csol->Output("JSON nested deeper than %d levels: it is written, but cannot be read back\n",
                          JSON_TOKENER_DEFAULT_DEPTH);
@@ -41,10 +56,12 @@ private:
 
     static thread_local int depth;
     static thread_local bool tooDeep;
+    static thread_local unsigned long long bytes;
 };
 
 thread_local int Nesting::depth = 0;
 thread_local bool Nesting::tooDeep = false;
+thread_local unsigned long long Nesting::bytes = 0;
 
 /// A map's key as a member's name.
 class KeyName {
@@ -139,6 +156,13 @@ json_object* EncodeInt64(int64_t n) {
     return kx::MadeJsonText(text);
 }
 
+json_object* EncodeText(const _RefThing<char const*>* text) {
+    bool hasText = text && text->m_thing;
+    if (!hasText) return kx::MadeJsonText("");
+    Nesting::Count(static_cast<size_t>(text->m_size));
+    return kx::MadeJsonText(text->m_thing);
+}
+
 json_object* EncodePointer(const void* pointer) {
     if (!pointer) return kx::JsonNull();
     char text[TEXT_FORM_SIZE] = {};
@@ -155,7 +179,7 @@ CDS_Map* MapAt(int index) {
 
 json_object* EncodeValue(RValue* v) {
     DS_AutoMutex lock;
-    Nesting::Check();
+    Nesting::Count();
     if (v->kind & KIND_DS_MAP) return EncodeMapReference(*v);
     if (v->kind & KIND_DS_LIST) return EncodeListReference(*v);
     switch (v->kind) {
@@ -164,7 +188,7 @@ json_object* EncodeValue(RValue* v) {
     case VALUE_BOOL: return kx::MadeJson(json_object_new_boolean(v->real != 0.0));
     case VALUE_REAL: return kx::MadeJson(json_object_new_double(v->real));
     case VALUE_PTR: return EncodePointer(v->ptr);
-    case VALUE_STRING: return kx::MadeJsonText(v->str && v->str->m_thing ? v->str->m_thing : "");
+    case VALUE_STRING: return EncodeText(v->str);
     case VALUE_ARRAY: return EncodeArrayValue(*v);
     case VALUE_UNDEFINED: return kx::JsonNull();
     case VALUE_OBJECT: return EncodeStruct(*v);

@@ -23,6 +23,7 @@ assert(#map == 2 and map.name == nil)
 map[2.5] = kx.null
 assert(map[2.5] == kx.null and tostring(kx.null) == "kx.null")
 fails("nil cannot be a key", function() map[nil] = 1 end)
+fails("the key is a function", function() map[print] = 1 end)
 fails("a table cannot be a key", function() map[{}] = 1 end)
 fails("zero byte", function() map["a\0b"] = 1 end)
 fails("zero byte", function() map.x = "a\0b" end)
@@ -83,6 +84,14 @@ end
 assert(kx.type(kx.list()) == "list" and kx.type(kx.array()) == "array")
 assert(#kx.list() == 0 and #kx.array() == 0 and #kx.list {} == 0)
 
+-- What is nothing in a list is kx.null, so that what comes after it is not lost.
+local gaps = kx.map(json_decode("[1,null,3]")).default
+assert(gaps[2] == kx.null and kx.table(gaps)[3] == 3)
+table.insert(gaps, 1, "new")
+assert(#gaps == 4 and gaps[3] == kx.null and gaps[4] == 3)
+table.remove(gaps, 1)
+assert(gaps[1] == 1 and gaps[3] == 3 and #gaps == 3)
+
 -- Structs: members in the order of their coming; a table's in the order of their names.
 local struct = kx.struct { b = 1, a = 2 }
 struct.c = 3
@@ -92,7 +101,23 @@ assert(keys(struct) == "a c" and struct.b == nil)
 fails("a member's name is a string", function() return struct[1] end)
 fails("a member's name is a string", function() struct[1] = 1 end)
 fails("came or went", function() for k in pairs(struct) do struct[k] = nil end end)
+fails("came or went", function()
+  local three = kx.struct { a = 1, b = 2, c = 3 }
+  for k in pairs(three) do
+    if k == "a" then three.a, three.d = nil, 4 end
+  end
+end)
 fails("neither all strings nor 1 to n", kx.struct, { 1, 2 })
+fails("the name is a string with a zero byte", function() return struct["a\0b"] end)
+
+-- Many members, gone again in any order.
+local wide = kx.struct()
+for i = 1, 5000 do wide["m" .. i] = i end
+for i = 1, 5000, 2 do wide["m" .. i] = nil end
+for i = 1, 1000, 2 do wide["m" .. i] = -i end
+local total = 0
+for _, v in pairs(wide) do total = total + v end
+assert(#wide == 3000 and total == 2500 * 2501 - 500 * 500 and wide.m2 == 2 and wide.m3 == -3 and wide.m5000 == 5000)
 
 -- What is inside is the thing itself.
 local inner = kx.struct { n = 1 }
@@ -101,6 +126,16 @@ inner.n = 2
 assert(outer.first == inner and outer.second.n == 2 and outer.list[1] == inner)
 outer.first.n = 3
 assert(inner.n == 3)
+
+-- One table is one struct, wherever it stands.
+local shared = {}
+local two = kx.map { a = shared, b = shared }
+assert(two.a == two.b)
+
+-- A map that cannot be filled goes alone.
+local mine = kx.map { x = 1 }
+fails("argument 1: [2] is a function", kx.map, { mine, print })
+assert(mine.x == 1)
 
 -- Ids, and what is freed.
 local tree = kx.map { child = kx.map { grandchild = kx.list { kx.map() } } }
@@ -117,6 +152,11 @@ kx.destroy(child)
 fails("there is no map", kx.map, 100000)
 fails("there is no list", kx.list, -1)
 fails("there is no grid", kx.grid, 1)
+fails("there is no map 1.5", kx.map, 1.5)
+fails("there is no map 1e+300", kx.map, 1e300)
+local next_of = pairs(kx.list { 1 })
+assert(next_of(kx.list { 1 }, math.maxinteger) == nil and next_of(kx.list { 1 }, -5) == nil)
+fails("kx.list or kx.array expected", next_of, {}, 0)
 fails("kx.map, kx.list or kx.grid expected", kx.id, struct)
 fails("kx.map, kx.list or kx.grid expected", kx.destroy, {})
 fails("kx.map expected", kx.map, kx.list())

@@ -9,7 +9,7 @@ end
 -- Maps and lists.
 local map = kx.map(json_decode('{"name":"Ada","items":[1,2.5,{"deep":true}],"none":null,"list":[null]}'))
 assert(map.name == "Ada" and map.items[2] == 2.5 and map.items[3].deep == 1.0 and map.none == kx.null)
-assert(#map.list == 1 and map.list[1] == nil)
+assert(#map.list == 1 and map.list[1] == kx.null)
 assert(kx.type(map.items) == "list" and kx.type(map.items[3]) == "map")
 local again = kx.map(json_decode(json_encode(map)))
 assert(again.items[3].deep == 1.0 and again.none == kx.null)
@@ -41,6 +41,11 @@ for _, n in ipairs { math.maxinteger, math.mininteger + 1, 9007199254740993, -90
   assert(math.type(back) == "integer" and back == n)
 end
 assert(json_parse(json_stringify { n = 5 }).n == 5.0)
+
+-- A struct that stands in many places is written in each: what that makes of a few is refused in time.
+local wide = kx.struct { x = 1 }
+for _ = 1, 40 do wide = kx.struct { a = wide, b = wide } end
+fails("more than JSON text is made of", json_stringify, wide)
 
 -- Circles: one that goes through the other family is cut, any other is an error, and what follows is whole.
 local self = {}
