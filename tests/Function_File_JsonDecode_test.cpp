@@ -272,9 +272,17 @@ TEST_F(JsonDecode, TextThatWouldTakeGigabytesIsRefusedBeforeItIsParsed) {
     objects += "{}]";
 
     EXPECT_EQ(Call("json_decode", {brackets}).Real(), -1);
-    EXPECT_NE(m_console.Take().find("JSON text too large"), std::string::npos);
+    EXPECT_EQ(m_console.Take(), "JSON text too large: it could take 51600 MiB\n");  // once
     EXPECT_EQ(Call("json_decode", {objects}).Real(), -1);
     EXPECT_NE(m_console.Take().find("JSON text too large"), std::string::npos);
+}
+
+TEST_F(JsonDecode, EmptyObjectsTakeABlockEachAndNoMore) {
+    long long before = MemoryManager::Stats().blocks;
+    Decoded("[" + std::string("{},{},{},{}") + "]");
+
+    // The outer map's entry and the list's elements, and the name of its one member.
+    EXPECT_EQ(MemoryManager::Stats().blocks - before, 3);
 }
 
 TEST_F(JsonDecode, NestingDeeperThanTheLibraryReadsIsRefused) {

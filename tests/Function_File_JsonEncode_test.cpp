@@ -436,8 +436,8 @@ TEST_F(JsonEncode, TheDeepestThatCanBeReadBackIsNoWordWorth) {
 
     EXPECT_EQ(m_console.Take(), "");
     JsonTree tree;
-    EXPECT_TRUE(ParseJson(json.c_str(), &tree));
-    EXPECT_FALSE(ParseJson(("[" + json + "]").c_str(), &tree));
+    EXPECT_EQ(ParseJson(json.c_str(), &tree), JsonVerdict::read);
+    EXPECT_EQ(ParseJson(("[" + json + "]").c_str(), &tree), JsonVerdict::malformed);
 }
 
 }  // namespace

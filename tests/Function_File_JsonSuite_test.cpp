@@ -92,12 +92,12 @@ const Cases kStructure = {
     {"n_comment_with_two_asterisks_last", "[/* c **/1]", refused},  // where its end is not seen
     {"n_comment_with_hash", "# c\n[]", refused},
 
-    // A text that ends inside a comment right after a value is that value, whatever was begun around it.
+    // A text may end inside a comment, but not before its containers do.
     {"n_comment_last", "[]//", accepted, "[ ]"},
-    {"n_comment_last_in_array", "[1,2/* 3]", accepted, "2.0"},
-    {"n_comment_last_in_object", R"({"a":"b"//})", accepted, R"("b")"},
-    {"n_comment_last_after_inner_array", "[1,[2,3]//]", accepted, "[ 2.0, 3.0 ]"},
-    {"n_comment_last_after_null", "[1,null/*", isNull},
+    {"n_comment_last_in_array", "[1,2/* 3]", refused},
+    {"n_comment_last_in_object", R"({"a":"b"//})", refused},
+    {"n_comment_last_after_inner_array", "[1,[2,3]//]", refused},
+    {"n_comment_last_after_null", "[1,null/*", refused},
     {"n_comment_last_after_comma", "[1,/*", refused},
 
     // Only four characters are space.

@@ -1,6 +1,7 @@
 // JSON where memory runs out: at every allocation an error, nothing left behind, nothing half done.
 #include "Files/Base/Collector.h"
 #include "Files/Base/Json.h"
+#include "Files/Base/Limits.h"
 #include "Files/Function/Function_File.h"
 #include "Files/Support/Support_Data_Structures.h"
 #include "tests/Data_Structures_fixture.h"
@@ -8,6 +9,7 @@
 
 #include <functional>
 #include <new>
+#include <string>
 #include <tuple>
 
 namespace kx::test {
@@ -93,6 +95,27 @@ TEST_P(EveryAllocation, OfParsingMayFail) {
         });
 }
 
+/// Without members: for their names the library itself follows a null pointer.
+TEST_P(EveryAllocation, OfTheLibrarysOwnReadingMayFail) {
+    const char* const text = R"([1,[2.5,"a text that is longer than what fits a short one",true],null,[[],[3]]])";
+    FailEach(
+        std::get<1>(GetParam()),
+        [&] {
+            JsonTree tree;
+            if (ParseJson(text, &tree) != JsonVerdict::read)
+                throw std::bad_alloc();  // no success, and that is what counts
+            RValue printed{};
+            KXCreateString(&printed, PrintJson(tree.Get()));
+            return printed;
+        },
+        [&](RValue* printed) {
+            EXPECT_STREQ(
+                printed->str->m_thing,
+                R"([ 1, [ 2.5, "a text that is longer than what fits a short one", true ], null, [ [ ], [ 3 ] ] ])");
+            FREE_RValue__Pre(printed);
+        });
+}
+
 TEST_P(EveryAllocation, OfEncodingMayFail) {
     RValueOwner text(Text(kText));
     RValue map = Given("json_decode", text.value);
@@ -105,6 +128,16 @@ TEST_P(EveryAllocation, OfEncodingMayFail) {
             FREE_RValue__Pre(value);
         });
     FreeMap(&map);
+}
+
+/// From here on the library's printer could leave a piece out.
+TEST(LargeJson, IsRefusedWhereItsTextIsTooLong) {
+    std::string half(kMaxJsonText / 2, 'x');
+    JsonTree array(MadeJson(json_object_new_array()));
+    AddElement(array, JsonTree(MadeJsonText(half.c_str())));
+    AddElement(array, JsonTree(MadeJsonText(half.c_str())));
+
+    EXPECT_THROW(PrintJson(array.Get()), std::bad_alloc);
 }
 
 INSTANTIATE_TEST_SUITE_P(Json, EveryAllocation,

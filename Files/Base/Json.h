@@ -49,8 +49,8 @@ json_object* MadeJsonText(const char* text);
 
 /// What a value takes in a tree at most, in bytes, its text not counted, and what a container takes besides: a table
 /// with room for 16 members.
-constexpr unsigned long long kJsonValueBytes = 256;
-constexpr unsigned long long kJsonContainerBytes = 1024;
+constexpr unsigned long long kJsonValueBytes = 36 * sizeof(void*);
+constexpr unsigned long long kJsonContainerBytes = 128 * sizeof(void*);
 
 /// For whoever builds a tree that would take more than kx::kMaxJsonBytes.
 /// @throws std::length_error
@@ -61,19 +61,25 @@ constexpr unsigned long long kJsonContainerBytes = 1024;
 void AddMember(const JsonTree& object, const char* name, JsonTree value);
 void AddElement(const JsonTree& array, JsonTree value);
 
-/// json_object_to_json_string.
+/// json_object_to_json_string, the same in every locale. A text that would be too large to be read back is given all
+/// the same, with a line on dbg_csol.
 /// @return the text, which belongs to the tree and lives until it is printed again.
 /// @throws std::bad_alloc, also from kx::kMaxJsonText bytes on: never gives a text with pieces missing.
 const char* PrintJson(json_object* tree);
 
+enum class JsonVerdict {
+    read,
+    malformed,
+    tooLarge,  ///< not even parsed: it could need more than kx::kMaxJsonBytes; a line on dbg_csol says so
+};
+
 /// json_tokener_parse.
 ///
-/// Refused before it is parsed, with a line on dbg_csol, is a text that could need more than kx::kMaxJsonBytes: a brace
-/// of two bytes takes json-c hundreds.
+/// json-c takes a hundred times a text's size for what a few brackets stand for, hence the limit. A text that ends
+/// inside a comment, within a container, counts as malformed here; json-c gives a value from inside.
 /// @param text  may be null, which is no JSON.
-/// @param tree  set to what was read; a JSON null is a null pointer.
-/// @return false where the text is not JSON; `tree` is then as it was.
+/// @param tree  set to what was read; a JSON null is a null pointer. As it was where nothing was read.
 /// @throws std::bad_alloc
-bool ParseJson(const char* text, JsonTree* tree);
+JsonVerdict ParseJson(const char* text, JsonTree* tree);
 
 }  // namespace kx

@@ -26,12 +26,13 @@ constexpr int kMaxContainers = sizeof(void*) > 4 ? 1 << 24 : 1 << 20;
 /// Containers inside one another that one walk over a value follows before it gives up.
 constexpr int kMaxNesting = 4096;
 
-/// What json-c may need for the tree of one text that it parses, bytes, reckoned high: about 100 MB of an ordinary
-/// save's text on 64-bit targets.
+/// What json-c may need for the tree of one text, bytes, reckoned high: 70 MB or more of an ordinary save's text on
+/// 64-bit targets.
 constexpr unsigned long long kMaxJsonBytes = sizeof(void*) > 4 ? 1ull << 31 : 1ull << 29;
 
-/// JSON text that is written, and each string and name in it, bytes.
-constexpr unsigned int kMaxJsonText = 1u << 30;
+/// JSON text that is written, and each string and name in it, bytes: json-c's buffer of 31 bits holds twice as much
+/// with what it keeps free.
+constexpr unsigned int kMaxJsonText = (1u << 30) - 64;
 
 /// Tables inside one another that cross between Lua and a built-in.
 constexpr int kMaxTableNesting = 200;

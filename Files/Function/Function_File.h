@@ -108,11 +108,11 @@ void json_value(json_object* _jobj, RValue* pVal);
 /// new maps and lists. The caller holds the lock.
 void json_parse_to_map(json_object* _jobj, CDS_Map* _map);
 
-/// Appends every element of a JSON array to a list.
+/// Appends every element of a JSON array to a list. No lock is taken for lists, here and below.
 /// @param _key  the member of `_jobj` that is the array; null where `_jobj` itself is it.
 void json_parse_array_to_list(json_object* _jobj, char* _key, CDS_List* _pList);
 
-/// A new map or list filled by the above.
+/// A new map or list filled by the above. A map's takes the lock itself, a list's is for the script thread.
 /// @return its index.
 int json_parse(json_object* _jobj);
 int json_parse_array(json_object* _jobj, char* _key);
@@ -125,6 +125,7 @@ int JSONToDSMap(char* _jsonData, int _map);
 
 /// Reads the array that is the member `_key` of JSON text into a list, in the same way; -1 too where there is no such
 /// array, or an empty one. A null key stands for the whole text.
+/// @thread script thread
 int JSONToDSList(char* _jsonListData, char* _key, int _list);
 
 /// JSON as structs and arrays.

@@ -16,6 +16,7 @@ inline void SpendMember(lh_entry* entry) {
     json_object_put(value);
 }
 
-inline void SpendElement(json_object* array, size_t index) {
-    json_object_array_put_idx(array, index, nullptr);
+/// The last one stays: for its place the library would make the array larger first.
+inline void SpendElement(json_object* array, size_t index, size_t length) {
+    if (index + 1 < length) json_object_array_put_idx(array, index, nullptr);
 }

@@ -118,7 +118,7 @@ void FillList(json_object* array, CDS_List* list, Tree tree) {
         if (element) SetValue(&val.value, element, tree);
         list->Add(&val.value);
         val.Arrive();
-        if (tree == Tree::spent) SpendElement(array, i);
+        if (tree == Tree::spent) SpendElement(array, i, length);
     }
 }
 
@@ -152,13 +152,14 @@ char* Wrap(const char* form, unsigned int extra, const char* text) {
     return wrapped;
 }
 
-/// A number that is too long for the buffer makes a text that does not parse, never other digits.
+/// A number that is too long for the buffer makes a text that lacks its end and does not parse, never other digits.
 char* WrapNumber(double number) {
-    auto* wrapped = static_cast<char*>(MemoryManager::Alloc(NUMBER_SIZE, MODULE_SOURCE, __LINE__, true));
     char digits[kx::kFixedText];
+    char text[kx::kFixedText + WRAPPED_TEXT_EXTRA] = {};
     kx::PrintRealFixed(digits, sizeof digits, number);  // "%.2f" in any locale
-    bool fits = std::snprintf(wrapped, NUMBER_SIZE, WRAPPED_TEXT, digits) < static_cast<int>(NUMBER_SIZE);
-    if (!fits) wrapped[NUMBER_SIZE - 1] = 0;
+    std::snprintf(text, sizeof text, WRAPPED_TEXT, digits);
+    auto* wrapped = static_cast<char*>(MemoryManager::Alloc(NUMBER_SIZE, MODULE_SOURCE, __LINE__, true));
+    std::memcpy(wrapped, text, NUMBER_SIZE - 1);
     return wrapped;
 }
 
@@ -184,14 +185,16 @@ Form FormOf(const char* text) {
 /// Parses a text as json_decode does: an object as it is, anything else as the member "default" of one.
 bool ParseWrapped(const char* text, kx::JsonTree* tree) {
     Form form = FormOf(text);
-    if (form == Form::object && kx::ParseJson(text, tree)) return true;
+    auto verdict = kx::JsonVerdict::malformed;
+    if (form == Form::object) verdict = kx::ParseJson(text, tree);
+    if (verdict != kx::JsonVerdict::malformed) return verdict == kx::JsonVerdict::read;
 
-    bool isArray = form == Form::array;
-    OwnedText wrapped(
-        Wrap(isArray ? WRAPPED_VALUE : WRAPPED_TEXT, isArray ? WRAPPED_VALUE_EXTRA : WRAPPED_TEXT_EXTRA, text));
-    if (kx::ParseJson(wrapped.Get(), tree)) return true;
+    OwnedText wrapped(form == Form::array ? Wrap(WRAPPED_VALUE, WRAPPED_VALUE_EXTRA, text)
+                                          : Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, text));
+    verdict = kx::ParseJson(wrapped.Get(), tree);
+    if (verdict != kx::JsonVerdict::malformed) return verdict == kx::JsonVerdict::read;
     wrapped.Take(Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, wrapped.Get()));
-    return kx::ParseJson(wrapped.Get(), tree);
+    return kx::ParseJson(wrapped.Get(), tree) == kx::JsonVerdict::read;
 }
 
 }  // namespace
@@ -233,7 +236,7 @@ int json_parse_array(json_object* _jobj, char* _key) {
 
 int JSONToDSMap(char* _jsonData, int _map) {
     kx::JsonTree tree;
-    if (!kx::ParseJson(_jsonData, &tree)) return -1;
+    if (kx::ParseJson(_jsonData, &tree) != kx::JsonVerdict::read) return -1;
     DS_AutoMutex lock;
     if (_map < 0) return NewMap(tree.Get(), Tree::spent);
     if (_map < mapnumb && themaps.arr[_map]) FillMap(tree.Get(), themaps.arr[_map], Tree::spent);
@@ -242,7 +245,7 @@ int JSONToDSMap(char* _jsonData, int _map) {
 
 int JSONToDSList(char* _jsonListData, char* _key, int _list) {
     kx::JsonTree tree;
-    if (!kx::ParseJson(_jsonListData, &tree)) return -1;
+    if (kx::ParseJson(_jsonListData, &tree) != kx::JsonVerdict::read) return -1;
     json_object* array = MemberOrItself(tree.Get(), _key);
     bool hasElements = json_object_is_type(array, json_type_array) && json_object_array_length(array) > 0;
     if (!hasElements) return -1;

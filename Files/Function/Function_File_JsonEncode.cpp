@@ -49,9 +49,16 @@ private:
         bool written = tooDeep && std::uncaught_exceptions() == 0;
         tooDeep = false;
         bytes = 0;
-        if (!written) return;
-        dbg_csol->Output("JSON nested deeper than %d levels: it is written, but cannot be read back\n",
-                         JSON_TOKENER_DEFAULT_DEPTH);
+        if (written) Tell();
+    }
+
+    static void Tell() noexcept {
+        try {
+            dbg_csol->Output("JSON nested deeper than %d levels: it is written, but cannot be read back\n",
+                             JSON_TOKENER_DEFAULT_DEPTH);
+        } catch (...) {
+            // a destructor calls this: the text counts for more than the line
+        }
     }
 
     static thread_local int depth;

@@ -41,11 +41,12 @@ void SetArray(RValue& Result, json_object* _jobj, Tree tree) {
     Result.kind = VALUE_ARRAY;
     if (!json_object_is_type(_jobj, json_type_array)) return;
     KXNames names;
-    for (size_t i = json_object_array_length(_jobj); i > 0; --i) {
+    size_t length = json_object_array_length(_jobj);
+    for (size_t i = length; i > 0; --i) {
         RValueOwner tmp;
         SetAny(tmp.value, json_object_array_get_idx(_jobj, i - 1), tree);
         SET_RValue(&Result, &tmp.value, nullptr, static_cast<int>(i - 1));
-        if (tree == Tree::spent) SpendElement(_jobj, i - 1);
+        if (tree == Tree::spent) SpendElement(_jobj, i - 1, length);
     }
 }
 
@@ -67,7 +68,7 @@ void F_JsonDecodeExt(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     }
     result.kind = VALUE_UNDEFINED;
     kx::JsonTree tree;
-    bool parsed = kx::ParseJson(KXGetString(arg, 0), &tree);
+    bool parsed = kx::ParseJson(KXGetString(arg, 0), &tree) == kx::JsonVerdict::read;
     if (!parsed || !tree.Get()) {
         KXError("JSON parse error");
         return;

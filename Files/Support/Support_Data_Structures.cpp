@@ -210,6 +210,7 @@ CDS_Map::~CDS_Map() {
 }
 
 void CDS_Map::Reserve(int count) {
+    if (count <= m_table.m_Count) return;
     while (m_table.m_HashingMask < count - 1) {
         Grow();
     }
