@@ -108,7 +108,47 @@ int Table(lua_State* L) {
     return 1;
 }
 
+/// Pushes the proxy of the map or list whose index is the number at index 1.
+void PushByIndex(lua_State* L, ProxyType type, unsigned int mark) {
+    int whole = 0;
+    lua_Integer index = lua_tointegerx(L, 1, &whole);
+    if (whole) {
+        PushProxyOf(L, {{static_cast<double>(index)}, 0, VALUE_REAL | mark});
+        if (!lua_isnil(L, -1)) return;
+    }
+    Raise(L, "kx.%s: there is no %s %s", NameOf(type), NameOf(type), luaL_tolstring(L, 1, nullptr));
+}
+
 }  // namespace
+
+int MakeIndexed(lua_State* L, ProxyType type, unsigned int mark, void (*pushNew)(lua_State*)) {
+    lua_settop(L, 1);
+    switch (lua_type(L, 1)) {
+    case LUA_TNIL:
+    case LUA_TTABLE: pushNew(L); return 1;
+    case LUA_TNUMBER: PushByIndex(L, type, mark); return 1;
+    default: CheckProxy(L, 1, type); return 1;
+    }
+}
+
+int MakeHeld(lua_State* L, ProxyType type, const char* function,
+             void (*take)(lua_State*, const Subject&, int, RValueOwner*)) {
+    lua_settop(L, 1);
+    if (lua_isuserdata(L, 1)) {
+        CheckProxy(L, 1, type);
+        return 1;
+    }
+    if (lua_isnil(L, 1)) {
+        lua_newtable(L);
+        lua_replace(L, 1);
+    }
+    luaL_checktype(L, 1, LUA_TTABLE);
+    Crossing crossing(L);
+    RValueOwner made;
+    take(L, {function, 1, nullptr}, 1, &made);
+    PushValue(L, function, made.value);
+    return 1;
+}
 
 void OpenContainers(lua_State* L) {
     OpenMap(L);

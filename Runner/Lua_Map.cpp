@@ -147,13 +147,7 @@ void PushNew(lua_State* L) {
 
 /// kx.map([id | table])
 int Make(lua_State* L) {
-    lua_settop(L, 1);
-    switch (lua_type(L, 1)) {
-    case LUA_TNIL:
-    case LUA_TTABLE: PushNew(L); return 1;
-    case LUA_TNUMBER: PushByIndex(L, ProxyType::map, KIND_DS_MAP); return 1;
-    default: CheckProxy(L, 1, ProxyType::map); return 1;
-    }
+    return MakeIndexed(L, ProxyType::map, KIND_DS_MAP, PushNew);
 }
 
 }  // namespace

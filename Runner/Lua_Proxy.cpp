@@ -184,16 +184,6 @@ void PushProxyOf(lua_State* L, const RValue& value) {
     lua_pushnil(L);
 }
 
-void PushByIndex(lua_State* L, ProxyType type, unsigned int mark) {
-    int whole = 0;
-    lua_Integer index = lua_tointegerx(L, 1, &whole);
-    if (whole) {
-        PushProxyOf(L, {{static_cast<double>(index)}, 0, VALUE_REAL | mark});
-        if (!lua_isnil(L, -1)) return;
-    }
-    Raise(L, "kx.%s: there is no %s %s", NameOf(type), NameOf(type), luaL_tolstring(L, 1, nullptr));
-}
-
 void PushGrid(lua_State* L, int index) {
     DS_AutoMutex lock;
     CDS_Grid* grid = index >= 1 && index < thegrids.length ? thegrids.arr[index] : nullptr;

@@ -2,6 +2,7 @@
 
 #include "Files/Base/RValue.h"
 #include "Runner/Lua_Error.h"
+#include "Runner/Lua_Value.h"
 
 #include <cstdint>
 #include <lua5.4/lua.hpp>
@@ -55,17 +56,22 @@ RValue ValueOf(const Proxy& proxy);
 /// Pushes the proxy of a struct or an array, or of the map or list that a value refers to; nil where that is freed.
 void PushProxyOf(lua_State* L, const RValue& value);
 
-/// Pushes the proxy of the map or list whose index is the number at index 1 of the stack; raises a Lua error where
-/// there is none.
-/// @param mark  KIND_DS_MAP or KIND_DS_LIST.
-void PushByIndex(lua_State* L, ProxyType type, unsigned int mark);
-
 /// Pushes the proxy of the grid of an index, nil where there is none, or of a grid's row.
 void PushGrid(lua_State* L, int index);
 void PushRow(lua_State* L, const Proxy& grid, int row);
 
 /// Makes the metatable of a type, with the methods that all types have besides.
 void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods);
+
+/// kx.map and its like: gives the container that the function's argument names by its number or is, or a new one, empty
+/// or of a table.
+/// @param mark     KIND_DS_MAP or KIND_DS_LIST.
+/// @param pushNew  pushes the proxy of a new one, filled from the table at index 1 where there is one.
+int MakeIndexed(lua_State* L, ProxyType type, unsigned int mark, void (*pushNew)(lua_State*));
+
+/// kx.struct and its like, in the same way, but not by a number.
+int MakeHeld(lua_State* L, ProxyType type, const char* function,
+             void (*take)(lua_State*, const Subject&, int, RValueOwner*));
 
 /// Registers the types, and adds kx.map and its like to the table on the stack's top.
 void OpenContainers(lua_State* L);

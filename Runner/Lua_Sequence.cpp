@@ -203,32 +203,12 @@ void PushNewList(lua_State* L) {
 
 /// kx.list([id | table])
 int MakeList(lua_State* L) {
-    lua_settop(L, 1);
-    switch (lua_type(L, 1)) {
-    case LUA_TNIL:
-    case LUA_TTABLE: PushNewList(L); return 1;
-    case LUA_TNUMBER: PushByIndex(L, ProxyType::list, KIND_DS_LIST); return 1;
-    default: CheckProxy(L, 1, ProxyType::list); return 1;
-    }
+    return MakeIndexed(L, ProxyType::list, KIND_DS_LIST, PushNewList);
 }
 
 /// kx.array([table])
 int MakeArray(lua_State* L) {
-    lua_settop(L, 1);
-    if (lua_isuserdata(L, 1)) {
-        CheckProxy(L, 1, ProxyType::array);
-        return 1;
-    }
-    if (lua_isnil(L, 1)) {
-        lua_newtable(L);
-        lua_replace(L, 1);
-    }
-    luaL_checktype(L, 1, LUA_TTABLE);
-    Crossing crossing(L);
-    RValueOwner made;
-    TakeArray(L, {"kx.array", 1, nullptr}, 1, &made);
-    PushValue(L, "kx.array", made.value);
-    return 1;
+    return MakeHeld(L, ProxyType::array, "kx.array", TakeArray);
 }
 
 }  // namespace

@@ -89,21 +89,7 @@ int Pairs(lua_State* L) {
 
 /// kx.struct([table])
 int Make(lua_State* L) {
-    lua_settop(L, 1);
-    if (lua_isuserdata(L, 1)) {
-        CheckStruct(L);
-        return 1;
-    }
-    if (lua_isnil(L, 1)) {
-        lua_newtable(L);
-        lua_replace(L, 1);
-    }
-    luaL_checktype(L, 1, LUA_TTABLE);
-    Crossing crossing(L);
-    RValueOwner made;
-    TakeStruct(L, {"kx.struct", 1, nullptr}, 1, &made);
-    PushValue(L, "kx.struct", made.value);
-    return 1;
+    return MakeHeld(L, ProxyType::structure, "kx.struct", TakeStruct);
 }
 
 }  // namespace

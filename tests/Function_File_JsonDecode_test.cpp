@@ -11,18 +11,7 @@
 namespace kx::test {
 namespace {
 
-class JsonDecode : public BuiltInsTest {
-protected:
-    void TearDown() override {
-        for (int i = 1; i < themaps.length; ++i) {
-            FreeDsMap(i);
-        }
-        for (int i = 1; i < thelists.length; ++i) {
-            FreeDsList(i);
-        }
-        BuiltInsTest::TearDown();
-    }
-};
+class JsonDecode : public BuiltInsTest {};
 
 /// The map that a text is decoded to.
 CDS_Map& Decoded(const std::string& text) {

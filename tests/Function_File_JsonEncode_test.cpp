@@ -14,18 +14,7 @@
 namespace kx::test {
 namespace {
 
-class JsonEncode : public BuiltInsTest {
-protected:
-    void TearDown() override {
-        for (int i = 1; i < themaps.length; ++i) {
-            FreeDsMap(i);
-        }
-        for (int i = 1; i < thelists.length; ++i) {
-            FreeDsList(i);
-        }
-        BuiltInsTest::TearDown();
-    }
-};
+class JsonEncode : public BuiltInsTest {};
 
 /// A value's JSON text.
 std::string Encoded(RValue value) {
