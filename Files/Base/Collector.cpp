@@ -28,6 +28,7 @@ struct State {
     long long arrays = 0;
     long long left = 0;       // by the last collection
     long long leftBytes = 0;  // of all host memory, then
+    long long contained = 0;  // values in maps, lists and grids, then
 };
 
 State& TheState() {
@@ -105,7 +106,11 @@ public:
             object->m_reached = false;
             ForEachMember(*object, subtract);
         }
-        ForEachContained(subtract);
+        TheState().contained = 0;
+        ForEachContained([&](const RValue& value) {
+            subtract(value);
+            ++TheState().contained;
+        });
     }
 
     void Reach() {
@@ -211,7 +216,8 @@ bool Collector::IsDue() {
     long long objects = state.structs + state.arrays;
     if (objects == 0) return false;
     bool manyBytes = MemoryManager::Stats().bytes > std::max(2 * state.leftBytes, kFewBytes);
-    return manyBytes || objects > std::max(2 * state.left, kFewObjects);
+    long long few = std::max(kFewObjects, state.contained / 16);  // a collection goes through what is contained too
+    return manyBytes || objects > std::max(2 * state.left, few);
 }
 
 void Collector::SafePoint() {

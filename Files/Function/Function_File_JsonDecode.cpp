@@ -110,7 +110,7 @@ void FillList(json_object* array, CDS_List* list, Tree tree) {
     if (!json_object_is_type(array, json_type_array)) return;
     KXNames names;
     size_t length = json_object_array_length(array);
-    list->Reserve(list->m_count + static_cast<int>(length));
+    if (list->m_count == 0) list->Reserve(static_cast<int>(length));
     for (size_t i = 0; i < length; ++i) {
         json_object* element = json_object_array_get_idx(array, i);
         Arrival val;
