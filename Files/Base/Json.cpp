@@ -44,7 +44,7 @@ unsigned long long MostBytes(const char* text, size_t length) {
 
 /// json-c 0.16 follows a null pointer where there is no memory for a member's name, so it is not even begun without.
 bool IsThereMemory(unsigned long long bytes) {
-    void* volatile room = std::malloc(bytes);  // volatile, or a compiler may know better
+    void* volatile room = std::malloc(static_cast<size_t>(bytes));  // volatile, or a compiler may know better
     bool there = room != nullptr;
     std::free(room);
     return there;
