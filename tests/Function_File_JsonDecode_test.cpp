@@ -363,8 +363,10 @@ TEST_F(JsonDecode, TheWalksTakeJsonNull) {
     EXPECT_EQ(map.Count(), 0);
     EXPECT_EQ(list.m_count, 0);
     EXPECT_EQ(value.kind, VALUE_PTR);
-    EXPECT_EQ(themaps.arr[json_parse(nullptr)]->Count(), 0);
-    EXPECT_EQ(thelists.arr[json_parse_array(nullptr, nullptr)]->m_count, 0);
+    int newMap = json_parse(nullptr);
+    int newList = json_parse_array(nullptr, nullptr);
+    EXPECT_EQ(themaps.arr[newMap]->Count(), 0);
+    EXPECT_EQ(thelists.arr[newList]->m_count, 0);
 }
 
 TEST_F(JsonDecode, AContainerLeavesAScalarAsItIs) {

@@ -14,6 +14,7 @@ CommaLocale::CommaLocale() : m_before(std::setlocale(LC_ALL, nullptr)) {
     EXPECT_EQ(std::system(command.c_str()), 0) << "cannot build a locale: is the package \"locales\" installed?";
     ::setenv("LOCPATH", m_folder.Path().c_str(), 1);
     EXPECT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
+    ::unsetenv("LOCPATH");  // newlocale, which parsers call, leaks a copy of it
 
     char number[16];
     std::snprintf(number, sizeof number, "%.1f", 1.5);
@@ -22,7 +23,6 @@ CommaLocale::CommaLocale() : m_before(std::setlocale(LC_ALL, nullptr)) {
 
 CommaLocale::~CommaLocale() {
     std::setlocale(LC_ALL, m_before.c_str());
-    ::unsetenv("LOCPATH");
 }
 
 }  // namespace kx::test
