@@ -151,6 +151,7 @@ int MakeHeld(lua_State* L, ProxyType type, const char* function,
 }
 
 void OpenContainers(lua_State* L) {
+    OpenProxies(L);
     OpenMap(L);
     OpenStruct(L);
     OpenSequences(L);

@@ -2,6 +2,7 @@
 #include "Runner/Lua_Proxy.h"
 
 #include "Files/Base/Collector.h"
+#include "Files/Base/Registry.h"
 #include "Files/Support/Support_Data_Structures.h"
 
 #include <iterator>
@@ -12,6 +13,8 @@ namespace {
 const char kMark = 0;
 const char kProxies = 0;  // registry key of the table of proxies, by serial or by address; its values are weak
 
+const char kHolding = 0;  // registry key of the proxies that hold something
+
 constexpr const char* kNames[] = {"map", "list", "grid", "grid row", "struct", "array"};
 char g_metatables[std::size(kNames)];  // registry keys
 
@@ -21,7 +24,7 @@ const char* MetatableOf(ProxyType type) {
 
 Proxy* NewProxy(lua_State* L, ProxyType type) {
     auto* proxy = static_cast<Proxy*>(lua_newuserdatauv(L, sizeof(Proxy), 0));
-    *proxy = Proxy{&kMark, type, 0, 0, 0, RValue{}};
+    *proxy = Proxy{&kMark, type, 0, 0, 0, RValue{}, nullptr, nullptr};
     lua_rawgetp(L, LUA_REGISTRYINDEX, MetatableOf(type));
     lua_setmetatable(L, -2);
     return proxy;
@@ -61,11 +64,35 @@ void PushContainer(lua_State* L, ProxyType type, int index, uint64_t serial) {
         [&] { lua_rawseti(L, -2, key); });
 }
 
+using HoldingProxies = Registry<Proxy>;
+
+HoldingProxies& Holding(lua_State* L) {
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kHolding);
+    auto* proxies = static_cast<HoldingProxies*>(lua_touserdata(L, -1));
+    lua_pop(L, 1);
+    return *proxies;
+}
+
+void LetGo(Proxy* proxy) {
+    if (proxy->type == ProxyType::structure) Collector::RemoveRoot(&proxy->held);
+    FREE_RValue__Pre(&proxy->held);
+    proxy->held = RValue{};
+}
+
+/// The end of the state, after every script's finalisers: for the proxies that those have made Lua calls none.
+int LetAllGo(lua_State* L) {
+    auto* proxies = static_cast<HoldingProxies*>(lua_touserdata(L, 1));
+    proxies->ForEach(LetGo);
+    proxies->~HoldingProxies();
+    return 0;
+}
+
 void PushHeld(lua_State* L, ProxyType type, const RValue& value) {
     FindOrMake(
         L, type, [&] { return lua_rawgetp(L, -1, value.ptr); },
         [&](Proxy* proxy) {
             if (type == ProxyType::structure) Collector::AddRoot(&proxy->held);
+            Holding(L).Add(proxy);
             COPY_RValue(&proxy->held, &value);
         },
         [&] { lua_rawsetp(L, -2, value.ptr); });
@@ -81,9 +108,8 @@ int Release(lua_State* L) {
         lua_pushnil(L);
         lua_rawsetp(L, -3, proxy->held.ptr);
     }
-    if (proxy->type == ProxyType::structure) Collector::RemoveRoot(&proxy->held);
-    FREE_RValue__Pre(&proxy->held);
-    proxy->held = RValue{};
+    Holding(L).Remove(proxy);
+    LetGo(proxy);
     return 0;
 }
 
@@ -200,18 +226,23 @@ void PushRow(lua_State* L, const Proxy& grid, int row) {
     proxy->row = row;
 }
 
-void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods) {
-    lua_rawgetp(L, LUA_REGISTRYINDEX, &kProxies);
-    if (lua_isnil(L, -1)) {
-        lua_newtable(L);
-        lua_newtable(L);
-        lua_pushliteral(L, "v");
-        lua_setfield(L, -2, "__mode");
-        lua_setmetatable(L, -2);
-        lua_rawsetp(L, LUA_REGISTRYINDEX, &kProxies);
-    }
-    lua_pop(L, 1);
+void OpenProxies(lua_State* L) {
+    lua_newtable(L);
+    lua_newtable(L);
+    lua_pushliteral(L, "v");
+    lua_setfield(L, -2, "__mode");
+    lua_setmetatable(L, -2);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kProxies);
 
+    new (lua_newuserdatauv(L, sizeof(HoldingProxies), 0)) HoldingProxies;
+    lua_newtable(L);
+    lua_pushcfunction(L, LetAllGo);
+    lua_setfield(L, -2, "__gc");
+    lua_setmetatable(L, -2);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kHolding);
+}
+
+void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods) {
     lua_newtable(L);
     luaL_setfuncs(L, methods, 0);
     lua_pushcfunction(L, ToString);

@@ -32,6 +32,9 @@ struct Proxy {
     int row;          ///< row
     uint64_t serial;  ///< map, list, grid, row: the container's own; a later one at that index has another
     RValue held;      ///< struct, array
+
+    Proxy* previous;  ///< of those that hold something; see Registry
+    Proxy* next;
 };
 
 /// @return the proxy at an index of the stack; null for any other value.
@@ -59,6 +62,9 @@ void PushProxyOf(lua_State* L, const RValue& value);
 /// Pushes the proxy of the grid of an index, nil where there is none, or of a grid's row.
 void PushGrid(lua_State* L, int index);
 void PushRow(lua_State* L, const Proxy& grid, int row);
+
+/// Makes the tables that proxies are kept in. Before any script's finaliser is: it goes last.
+void OpenProxies(lua_State* L);
 
 /// Makes the metatable of a type, with the methods that all types have besides.
 void RegisterProxy(lua_State* L, ProxyType type, const luaL_Reg* methods);
