@@ -316,6 +316,20 @@ TEST_F(Kxrun, ArgumentsThatDoNotFitIntoMemoryAreAScriptError) {
 
     EXPECT_NE(ReadWholeFile(Folder("out")).find("file_exists: not enough memory"), std::string::npos);
 }
+
+/// Whichever allocation it is that fails: those of the C++ library's own containers throw too.
+TEST_F(Kxrun, StructsThatDoNotFitIntoMemoryAreAScriptErrorAndTheirFilesAreWritten) {
+    std::string command = std::string("ulimit -v 200000; exec '") + KXRUN + "' --save '" + Save().string() +
+                          "' -e \"local file = file_text_open_write('kept.txt') file_text_write_string(file, 'kept') "
+                          "local t = {} local ok, text = pcall(function() for i = 1, 3000000 do t[i] = kx.struct() end "
+                          "end) t = nil print(ok, text)\" > '" +
+                          Folder("out").string() + "'";
+
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0);
+
+    EXPECT_NE(ReadWholeFile(Folder("out")).find("not enough memory"), std::string::npos);
+    EXPECT_EQ(ReadWholeFile(Save() / "kept.txt"), "kept");
+}
 #endif
 
 TEST_F(Kxrun, APromptOutlivesAScriptThatTakesPrintAway) {
