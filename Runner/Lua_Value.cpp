@@ -20,14 +20,7 @@
 
 namespace kx {
 
-int Crossing::g_crossings = 0;
-
 namespace {
-
-bool g_madeObjects = false;  // since the last safe point
-
-/// Two steps of the visit counter for each container: from here on the collector is to renumber soon.
-constexpr unsigned int kManyVisits = 1u << 31;
 
 /// Of a value inside tables, in an error; bytes.
 constexpr size_t kLongestPath = 120;
@@ -82,6 +75,16 @@ BorrowedRecords& Records() {
     return *records;
 }
 
+void SetNumber(lua_State* L, int index, RValue* value) {
+    if (lua_isinteger(L, index)) {
+        value->i64 = lua_tointeger(L, index);
+        value->kind = VALUE_INT64;
+    } else {
+        value->real = lua_tonumber(L, index);
+        value->kind = VALUE_REAL;
+    }
+}
+
 /// One value on its way, with what its errors say.
 class Conversion {
 public:
@@ -99,7 +102,7 @@ public:
         *value = g_undefined;
         switch (lua_type(m_lua, index)) {
         case LUA_TNIL: return;
-        case LUA_TNUMBER: return Number(index, value);
+        case LUA_TNUMBER: return SetNumber(m_lua, index, value);
         case LUA_TBOOLEAN: *value = {{lua_toboolean(m_lua, index) ? 1.0 : 0.0}, 0, VALUE_BOOL}; return;
         case LUA_TTABLE: return Table(index, value);
         case LUA_TUSERDATA: return Userdata(index, value);
@@ -222,16 +225,6 @@ private:
         Refuse("a table whose keys are neither all strings nor 1 to n (kx.null fills a gap)");
     }
 
-    void Number(int index, RValue* value) {
-        if (lua_isinteger(m_lua, index)) {
-            value->i64 = lua_tointeger(m_lua, index);
-            value->kind = VALUE_INT64;
-        } else {
-            value->real = lua_tonumber(m_lua, index);
-            value->kind = VALUE_REAL;
-        }
-    }
-
     void Userdata(int index, RValue* value) {
         Proxy* proxy = ToProxy(m_lua, index);
         if (!proxy) Refuse("a userdata");
@@ -269,7 +262,7 @@ private:
         const void* identity = lua_topointer(m_lua, index);
         KnownTables().emplace(identity, value);
         m_path.push_back({identity, nullptr, 0});
-        g_madeObjects = true;
+        Crossing::NoteObject();
     }
 
     /// @return false where there are other keys than strings.
@@ -327,19 +320,31 @@ bool CallArguments::Release() {
     return whole;
 }
 
+/// Ids, numbers and texts, which most arguments are, take no more than this.
+bool CallArguments::TakePlain(lua_State* L, int index, RValue* value) {
+    int type = lua_type(L, index);
+    if (type == LUA_TNUMBER) {
+        SetNumber(L, index, value);
+        return true;
+    }
+    if (type != LUA_TSTRING) return false;
+    size_t length = 0;
+    const char* text = lua_tolstring(L, index, &length);
+    bool travels = length < INT_MAX && !std::memchr(text, 0, length);
+    if (!travels) return false;
+    value->str = Records().Lend(text, length);
+    value->kind = VALUE_STRING;
+    return true;
+}
+
 void CallArguments::Take(lua_State* L, const FunctionRecord& record) {
     for (int i = 0; i < record.argc; ++i) {
-        RValue& value = m_values[i];
-        value = g_undefined;
+        m_values[i] = g_undefined;
         m_count = i + 1;
+        if (TakePlain(L, i + 1, &m_values[i])) continue;
         Conversion conversion(L, {record.name, i + 1, nullptr});
-        if (lua_type(L, i + 1) != LUA_TSTRING) {
-            conversion.ConvertOther(i + 1, &value);
-            continue;
-        }
-        const char* text = conversion.CheckText(i + 1);
-        value.str = Records().Lend(text, lua_rawlen(L, i + 1));
-        value.kind = VALUE_STRING;
+        if (lua_type(L, i + 1) == LUA_TSTRING) conversion.CheckText(i + 1);  // says what is wrong with it
+        conversion.ConvertOther(i + 1, &m_values[i]);
     }
 }
 
@@ -386,7 +391,7 @@ void PushValue(lua_State* L, const char* function, const RValue& value) {
     case VALUE_OBJECT:
     case VALUE_ARRAY:
         if (!value.ptr) return lua_pushnil(L);
-        g_madeObjects = true;
+        Crossing::NoteObject();
         return PushProxyOf(L, value);
     case VALUE_PTR:
         if (!value.ptr) return lua_pushlightuserdata(L, nullptr);

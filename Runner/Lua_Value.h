@@ -56,6 +56,8 @@ public:
     bool Release();
 
 private:
+    static bool TakePlain(lua_State* L, int index, RValue* value);
+
     RValue m_values[kMaxCallArguments];
     int m_count = 0;
 };
@@ -97,17 +99,25 @@ void PushValue(lua_State* L, const char* function, const RValue& value);
 class Crossing {
 public:
     explicit Crossing(lua_State* L) {
-        if (g_crossings == 0) SafePoint(L);
+        bool mayBeDue = g_madeObjects || g_countSTRING_RValue >= kManyVisits;
+        if (mayBeDue && g_crossings == 0) SafePoint(L);
         ++g_crossings;
     }
     Crossing(const Crossing&) = delete;
     Crossing& operator=(const Crossing&) = delete;
     ~Crossing() { --g_crossings; }
 
+    /// A struct or an array has come about, or has become Lua's.
+    static void NoteObject() { g_madeObjects = true; }
+
 private:
+    /// Two steps of the visit counter for each container: from here on the collector is to renumber soon.
+    static constexpr unsigned int kManyVisits = 1u << 31;
+
     static void SafePoint(lua_State* L);
 
-    static int g_crossings;
+    static inline int g_crossings = 0;
+    static inline bool g_madeObjects = false;  // since the last collection
 };
 
 }  // namespace kx
