@@ -49,6 +49,7 @@ void FindOrMake(lua_State* L, ProxyType type, Get get, Begin begin, Put put) {
             lua_pop(L, 1);
             return;
         }
+        lua_remove(L, -3);  // the one that came too late
     }
     lua_remove(L, -2);
 }

@@ -206,6 +206,11 @@ TEST_F(Proxies, OneThatAFinaliserMakesMeanwhileIsTheOne) {
             got = nil
             local c = m.child
             if got and got ~= c and got.x == c.x then wrong = wrong + 1 end
+            c = nil
+            m.child = {x = -i}
+            for key in pairs(m) do
+                if key ~= 'child' then wrong = wrong + 1 end
+            end
         end
         again = function() end
         return wrong

@@ -159,11 +159,12 @@ const char* PrintJson(json_object* tree) {
 JsonVerdict ParseJson(const char* text, JsonTree* tree) {
     if (!text) return JsonVerdict::malformed;
     size_t length = std::strlen(text);
-    if (IsTooLarge(text, length)) {
-        dbg_csol->Output("JSON text too large: it could take %llu MiB\n", MostBytes(text, length) >> 20);
+    unsigned long long bytes = MostBytes(text, length);
+    if (bytes > kMaxJsonBytes) {
+        dbg_csol->Output("JSON text too large: it could take %llu MiB\n", bytes >> 20);
         return JsonVerdict::tooLarge;
     }
-    if (!IsThereMemory(MostBytes(text, length))) throw std::bad_alloc();
+    if (!IsThereMemory(bytes)) throw std::bad_alloc();
 
     Tokener tokener(length);
     JsonTree parsed(tokener.Parse(text));
