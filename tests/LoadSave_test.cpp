@@ -509,6 +509,15 @@ TEST_F(VirtualFiles, WholeFilesAreWritten) {
     EXPECT_EQ(ReadWholeFile(Save("a/b")), "");
 }
 
+TEST_F(VirtualFiles, AWholeFileOfTheBundleIsWrittenToItsPlaceInTheSaveArea) {
+    WriteWholeFile(Bundle("a/b"), "shipped");
+
+    EXPECT_EQ(LoadSave::WriteFile(Bundle("a/b").c_str(), "saved", 5, nullptr), 1);
+
+    EXPECT_EQ(ReadWholeFile(Save("a/b")), "saved");
+    EXPECT_EQ(ReadWholeFile(Bundle("a/b")), "shipped");
+}
+
 TEST_F(VirtualFiles, WholeFilesNeedDataALengthAndAPlace) {
     WriteWholeFile(Save("file"), "old");
 

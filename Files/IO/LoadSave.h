@@ -91,7 +91,8 @@ public:
     ///         MemoryManager::Free.
     static char* ReadBundleFile(const char* name, int* size);
 
-    /// Replaces a whole file of the save area in one step; missing directories are made.
+    /// Replaces a whole file of the save area in one step; missing directories are made. A file of the bundle is
+    /// written to the same name in the save area.
     /// @param data  `length` bytes, not kept; null, or a negative length, is a failure that touches nothing.
     /// @param ctx   reserved, null.
     /// @return 1; 0 when it failed, the old file is then as it was and a line on dbg_csol says why.

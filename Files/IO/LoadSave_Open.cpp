@@ -140,14 +140,6 @@ _KXFILE* OpenForReading(const char* path, const OpenMode& mode) {
     return nullptr;
 }
 
-/// Where a path is written to: a file of the bundle goes to the same place in the save area.
-/// @param fromBundle  set where the bundle's file of that place may stand in for a missing one.
-std::optional<std::string> PlaceToWrite(const char* path, bool* fromBundle) {
-    std::optional<std::string> place = SaveArea().Place(path);
-    *fromBundle = !place || (path[0] != '/' && path[0] != '\\');
-    return place ? place : BundleArea().Place(path);
-}
-
 /// Replacing a file takes a directory that can be written: better known at the open than at the close.
 bool CanReplace(const std::string& place) {
     Descriptor directory = SaveArea().OpenDirectoryOf(place);
@@ -160,8 +152,7 @@ bool CreateEmpty(const std::string& place) {
 }
 
 _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
-    bool fromBundle = false;
-    std::optional<std::string> place = PlaceToWrite(path, &fromBundle);
+    std::optional<std::string> place = kx::PlaceToWrite(path);
     if (!place || place->empty() || !SaveArea().IsSet()) {
         errno = place ? EISDIR : EXDEV;
         return nullptr;
@@ -172,7 +163,9 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
     bool exists = static_cast<bool>(existing);
     if (!exists && errno != ENOENT) return nullptr;
     bool shipped = !exists && BundleArea().IsSet() && BundleArea().HasFile(*place);
-    fromBundle = fromBundle && shipped && mode.keep;
+    // A full path in the save area means the file there, and no other.
+    bool mayBeShipped = path[0] != '/' && path[0] != '\\';
+    bool fromBundle = shipped && mode.keep && (mayBeShipped || !SaveArea().Place(path));
 
     Contents contents;
     if (exists && mode.keep) {
@@ -206,6 +199,11 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
 }
 
 }  // namespace
+
+std::optional<std::string> kx::PlaceToWrite(const char* name) {
+    std::optional<std::string> place = SaveArea().Place(name);
+    return place ? place : BundleArea().Place(name);
+}
 
 bool kx::AnyFileOpenForWriting() {
     bool writing = false;
