@@ -194,16 +194,16 @@ TEST(Numbers, PrintWithTwoDecimals) {
         {NAN, "nan"}, {-kInfinity, "-inf"}};
     for (const Case& each : cases) {
         char text[kFixedText];
-        EXPECT_EQ(PrintRealFixed(text, sizeof text, each.value), static_cast<int>(std::strlen(each.text)));
+        EXPECT_EQ(PrintRealFixed(text, sizeof text, each.value, 2), static_cast<int>(std::strlen(each.text)));
         EXPECT_STREQ(text, each.text);
     }
 }
 
 TEST(Numbers, WithTwoDecimalsAreCutWhereTheirRoomEnds) {
     char longest[kFixedText];
-    EXPECT_EQ(PrintRealFixed(longest, sizeof longest, -1.7e308), 313);
+    EXPECT_EQ(PrintRealFixed(longest, sizeof longest, -1.7e308, 2), 313);
     char text[5];
-    EXPECT_EQ(PrintRealFixed(text, sizeof text, 123456), 4);
+    EXPECT_EQ(PrintRealFixed(text, sizeof text, 123456, 2), 4);
     EXPECT_STREQ(text, "1234");
 }
 

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <clocale>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -78,6 +80,11 @@ int ParseReal(std::string_view text, double* value) {
     return static_cast<int>(end - text.data());
 }
 
+double ReadReal(const char* text) {
+    static const locale_t point = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    return ::strtod_l(text, nullptr, point);
+}
+
 int PrintReal(char* out, double value) {
     bool integral = std::fabs(value) < kIntegralText && value == std::trunc(value);
     if (integral) return PrintInteger(out, static_cast<long long>(value));
@@ -88,9 +95,9 @@ int PrintRealG(char* out, double value) {
     return Finish(out, std::to_chars(out, out + kNumberText - 1, value, std::chars_format::general, 6));
 }
 
-int PrintRealFixed(char* out, int size, double value) {
+int PrintRealFixed(char* out, int size, double value, int decimals) {
     char text[kFixedText];
-    int length = Finish(text, std::to_chars(text, text + kFixedText - 1, value, std::chars_format::fixed, 2));
+    int length = Finish(text, std::to_chars(text, text + kFixedText - 1, value, std::chars_format::fixed, decimals));
     length = std::min(length, size - 1);
     std::memcpy(out, text, static_cast<size_t>(length));
     out[length] = 0;

@@ -156,7 +156,7 @@ char* Wrap(const char* form, unsigned int extra, const char* text) {
 char* WrapNumber(double number) {
     char digits[kx::kFixedText];
     char text[kx::kFixedText + WRAPPED_TEXT_EXTRA] = {};
-    kx::PrintRealFixed(digits, sizeof digits, number);  // "%.2f" in any locale
+    kx::PrintRealFixed(digits, sizeof digits, number, 2);  // "%.2f" in any locale
     std::snprintf(text, sizeof text, WRAPPED_TEXT, digits);
     auto* wrapped = static_cast<char*>(MemoryManager::Alloc(NUMBER_SIZE, MODULE_SOURCE, __LINE__, true));
     std::memcpy(wrapped, text, NUMBER_SIZE - 1);
