@@ -1,0 +1,259 @@
+// INI documents: their sections, keys and lines, and how they change.
+#include "Files/Base/IniFile.h"
+
+#include "Files/Base/SipHash.h"
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace {
+
+struct HostMemory {
+    void operator()(char* text) const { KXFree(text); }
+};
+using HostText = std::unique_ptr<char, HostMemory>;
+
+bool Is(const char* text, std::string_view name) {
+    return std::strncmp(text, name.data(), name.size()) == 0 && text[name.size()] == 0;
+}
+
+}  // namespace
+
+IniFile::IniFile() : m_anew(true) {}
+
+IniFile::~IniFile() {
+    Clear();
+    KXFree(m_pFileName);
+}
+
+void IniFile::Abandon() {
+    KXFree(m_pFileName);
+    m_pFileName = nullptr;
+}
+
+/// Forgets everything but the file's name.
+void IniFile::Clear() {
+    for (Section* section = m_pFirst; section; section = section->m_pNext) {
+        for (Key* key = section->m_pFirst; key; key = key->m_pNext) {
+            if (key->m_ownsKey) KXFree(key->m_pKey);
+            if (key->m_ownsValue) KXFree(key->m_pValue);
+        }
+        if (section->m_ownsName) KXFree(section->m_pName);
+    }
+    m_linePool.Clear();
+    m_sectionPool.Clear();
+    m_keyPool.Clear();
+    m_sections.Clear();
+    m_keys.Clear();
+    KXFree(m_pFileBuffer);
+    KXFree(m_pTexts);
+    m_pFileBuffer = m_pTexts = m_pTextsEnd = nullptr;
+    m_pFirst = m_pLastSection = m_pCurrent = nullptr;
+    m_pFirstLine = m_pLastLine = nullptr;
+    m_Size = m_FileIndex = m_LineNumber = 0;
+    m_Changed = false;
+    m_lineEnd = "\n";
+    m_hasMark = false;
+    m_unreadableLines = m_firstUnreadable = 0;
+}
+
+// --- finding --------------------------------------------------------------------------------------------------------
+
+uint32_t IniFile::HashOf(std::string_view section) {
+    return static_cast<uint32_t>(kx::KeyedHash(section));
+}
+
+/// It goes by the section too, so that the keys of one name in many sections do not fall together.
+uint32_t IniFile::HashOf(const Section& section, std::string_view key) {
+    return static_cast<uint32_t>(kx::KeyedHash(key)) ^ section.m_hash * 0x9E3779B1u;
+}
+
+Section* IniFile::FindSection(std::string_view name, uint32_t hash) const {
+    return m_sections.Find(hash, [&](const Section& each) { return Is(each.m_pName, name); });
+}
+
+Key* IniFile::FindKey(const Section* section, std::string_view name, uint32_t hash) const {
+    return m_keys.Find(hash, [&](const Key& each) { return each.m_pSection == section && Is(each.m_pKey, name); });
+}
+
+Section* IniFile::GetSection(const char* section) {
+    return section ? FindSection(section, HashOf(section)) : nullptr;
+}
+
+Key* IniFile::GetKey(const char* section, const char* key) {
+    const Section* found = GetSection(section);
+    return found && key ? FindKey(found, key, HashOf(*found, key)) : nullptr;
+}
+
+// --- changing -------------------------------------------------------------------------------------------------------
+
+void IniFile::SetKey(const char* section, const char* key, const char* value) {
+    if (!section || !key) return;
+    if (!value) value = "";
+    Key* found = GetKey(section, key);
+    if (!found) {
+        AddKey(section, key, value);
+        return;
+    }
+    char* copy = KXStrDup(value);  // before the old one goes, which may be the same
+    if (found->m_ownsValue) KXFree(found->m_pValue);
+    found->m_pValue = copy;
+    found->m_ownsValue = true;
+    found->m_pLine->rewritten = true;
+    m_Changed = true;
+}
+
+void IniFile::DeleteKey(const char* section, const char* key) {
+    Key* found = GetKey(section, key);
+    if (!found) return;
+    Section* owner = found->m_pSection;
+    RemoveKey(found);
+    bool hasLines = owner->m_pFirst || owner->m_pHeader;
+    if (!hasLines) RemoveSection(owner);
+    m_Changed = true;
+}
+
+void IniFile::DeleteSection(const char* section) {
+    Section* found = GetSection(section);
+    if (!found) return;
+    while (found->m_pFirst) {
+        RemoveKey(found->m_pFirst);
+    }
+    RemoveSection(found);
+    m_Changed = true;
+}
+
+/// A new key's line comes after the last key of its section, else after the section's header. What fails leaves at most
+/// an empty section.
+void IniFile::AddKey(const char* section, const char* name, const char* value) {
+    HostText nameCopy(KXStrDup(name));
+    HostText valueCopy(KXStrDup(value));
+    Section* owner = GetSection(section);
+    if (!owner) {
+        owner = AddSection(section);
+        m_Changed = true;
+    }
+    IniLine* line = NewLine({});
+    Key* key = NewKey(nameCopy.get(), HashOf(*owner, name), true);
+
+    nameCopy.release();
+    key->m_pValue = valueCopy.release();
+    key->m_ownsValue = true;
+    LinkLine(owner->m_pLast ? owner->m_pLast->m_pLine : owner->m_pHeader, line);
+    LinkKey(owner, key);
+    AddKeyLine(key, line);
+    m_Changed = true;
+}
+
+/// A new section stands at the end, but the keys of the one without a name before any header.
+Section* IniFile::AddSection(const char* name) {
+    HostText copy(KXStrDup(name));
+    IniLine* header = *name ? NewLine({}) : nullptr;
+    Section* section = NewSection(copy.get(), HashOf(name), true);
+
+    copy.release();
+    if (header) LinkLine(m_pLastLine, header);
+    LinkSection(section, header);
+    return section;
+}
+
+// --- parts ----------------------------------------------------------------------------------------------------------
+
+// The new ones are complete but for their place; what links them cannot fail.
+
+Section* IniFile::NewSection(char* name, uint32_t hash, bool owned) {
+    m_sections.Reserve();
+    Section* section = m_sectionPool.Make();
+    section->m_pName = name;
+    section->m_hash = hash;
+    section->m_ownsName = owned;
+    return section;
+}
+
+Key* IniFile::NewKey(char* name, uint32_t hash, bool owned) {
+    m_keys.Reserve();
+    Key* key = m_keyPool.Make();
+    key->m_pKey = name;
+    key->m_hash = hash;
+    key->m_ownsKey = owned;
+    return key;
+}
+
+IniLine* IniFile::NewLine(std::string_view text) {
+    IniLine* line = m_linePool.Make();
+    line->text = text.data();
+    line->length = static_cast<int>(text.size());
+    return line;
+}
+
+void IniFile::LinkSection(Section* section, IniLine* header) {
+    m_sections.Add(section);
+    if (header) AddHeader(section, header);
+    Section* before = header ? m_pLastSection : nullptr;
+    Section* after = before ? before->m_pNext : m_pFirst;
+    section->m_pPrevious = before;
+    section->m_pNext = after;
+    (before ? before->m_pNext : m_pFirst) = section;
+    (after ? after->m_pPrevious : m_pLastSection) = section;
+}
+
+void IniFile::LinkKey(Section* section, Key* key) {
+    m_keys.Add(key);
+    key->m_pSection = section;
+    key->m_pPrevious = section->m_pLast;
+    (section->m_pLast ? section->m_pLast->m_pNext : section->m_pFirst) = key;
+    section->m_pLast = key;
+}
+
+void IniFile::AddHeader(Section* section, IniLine* line) {
+    line->kind = IniLine::header;
+    line->section = section;
+    line->earlier = std::exchange(section->m_pHeader, line);
+}
+
+void IniFile::AddKeyLine(Key* key, IniLine* line) {
+    line->kind = IniLine::key;
+    line->owner = key;
+    line->earlier = std::exchange(key->m_pLine, line);
+}
+
+/// @param place  the line before it; null for none.
+void IniFile::LinkLine(IniLine* place, IniLine* line) {
+    line->previous = place;
+    line->next = place ? place->next : m_pFirstLine;
+    (line->previous ? line->previous->next : m_pFirstLine) = line;
+    (line->next ? line->next->previous : m_pLastLine) = line;
+}
+
+void IniFile::RemoveKey(Key* key) {
+    Section* section = key->m_pSection;
+    (key->m_pPrevious ? key->m_pPrevious->m_pNext : section->m_pFirst) = key->m_pNext;
+    (key->m_pNext ? key->m_pNext->m_pPrevious : section->m_pLast) = key->m_pPrevious;
+    m_keys.Remove(key);
+    RemoveLines(key->m_pLine);
+    if (key->m_ownsKey) KXFree(key->m_pKey);
+    if (key->m_ownsValue) KXFree(key->m_pValue);
+    m_keyPool.GiveBack(key);
+}
+
+/// Removes a section that has no keys any more.
+void IniFile::RemoveSection(Section* section) {
+    (section->m_pPrevious ? section->m_pPrevious->m_pNext : m_pFirst) = section->m_pNext;
+    (section->m_pNext ? section->m_pNext->m_pPrevious : m_pLastSection) = section->m_pPrevious;
+    m_sections.Remove(section);
+    RemoveLines(section->m_pHeader);
+    if (section->m_ownsName) KXFree(section->m_pName);
+    m_sectionPool.GiveBack(section);
+}
+
+/// Removes a line with those that it stands for: earlier headers of the section, earlier values of the key.
+void IniFile::RemoveLines(IniLine* last) {
+    while (last) {
+        IniLine* earlier = last->earlier;
+        (last->previous ? last->previous->next : m_pFirstLine) = last->next;
+        (last->next ? last->next->previous : m_pLastLine) = last->previous;
+        m_linePool.GiveBack(last);
+        last = earlier;
+    }
+}

@@ -1,0 +1,173 @@
+// How an INI document comes to be: from a file or a text, line by line.
+#include "Files/Base/IniFile.h"
+#include "Files/Base/Limits.h"
+#include "Files/Code/Code_Error.h"
+#include "Files/IO/LoadSave.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+/// The line end that a text begins with, which new lines get too.
+const char* FirstLineEnd(std::string_view text) {
+    size_t lineFeed = text.find('\n');
+    bool windows = lineFeed != std::string_view::npos && lineFeed > 0 && text[lineFeed - 1] == '\r';
+    return windows ? "\r\n" : "\n";
+}
+
+char* AllocText(int size) {
+    return static_cast<char*>(MemoryManager::Alloc(static_cast<unsigned int>(size), __FILE__, __LINE__, false));
+}
+
+}  // namespace
+
+IniFile::IniFile(char* name, bool /*flag*/) : m_pFileName(KXStrDup(name)) {
+    if (!m_pFileName) return;
+    try {
+        Load();
+    } catch (const std::bad_alloc&) {
+        Clear();
+        m_unread = ENOMEM;
+    }
+    if (m_unread) ReportUnread();
+}
+
+void IniFile::Load() {
+    _KXFILE* file = LoadSave::fopen(m_pFileName, "rt");
+    if (!file) {
+        m_unread = errno == ENOENT ? 0 : errno;
+        return;
+    }
+    m_Size = file->pBuff->m_size;
+    m_pFileBuffer = std::exchange(file->pBuff->m_data, nullptr);
+    LoadSave::fclose(file);
+    Parse();
+}
+
+void IniFile::ReportUnread() const {
+    char path[kx::kMaxPath];
+    bool refused = m_unread == EXDEV && LoadSave::_GetSaveFileName(path, sizeof path, m_pFileName) != 0;
+    if (!refused) dbg_csol->Output("Failed to read INI file: %s (%s)\n", m_pFileName, std::strerror(m_unread));
+}
+
+void IniFile::SetText(const char* text) {
+    Clear();
+    m_Changed = m_pFileName != nullptr;
+    size_t length = text ? std::strlen(text) : 0;
+    if (length == 0) return;
+    if (length > static_cast<size_t>(kx::kMaxFileBytes)) {
+        dbg_csol->Output("INI text too large: %zu MiB\n", length >> 20);
+        return;
+    }
+    try {
+        m_Size = static_cast<int>(length);
+        m_pFileBuffer = AllocText(m_Size);
+        std::memcpy(m_pFileBuffer, text, length);
+        Parse();
+    } catch (const std::bad_alloc&) {
+        Clear();
+        throw;
+    }
+}
+
+void IniFile::Parse() {
+    // Never more than the text itself: where a terminator comes in, a "=" or a line end goes. The last line may have
+    // none.
+    m_pTextsEnd = m_pTexts = AllocText(m_Size + 1);
+    std::string_view text(m_pFileBuffer, static_cast<size_t>(m_Size));
+    m_lineEnd = FirstLineEnd(text);
+    m_hasMark = text.substr(0, kx::kByteOrderMark.size()) == kx::kByteOrderMark;
+    if (m_hasMark) m_FileIndex = static_cast<int>(kx::kByteOrderMark.size());
+
+    std::string_view line;
+    while (NextLine(&line)) {
+        ReadLine(line);
+    }
+    if (m_unreadableLines) ReportUnreadable();
+}
+
+/// @param line  set to the next one, its line end included.
+bool IniFile::NextLine(std::string_view* line) {
+    if (m_FileIndex >= m_Size) return false;
+    std::string_view left(m_pFileBuffer + m_FileIndex, static_cast<size_t>(m_Size - m_FileIndex));
+    size_t lineFeed = left.find('\n');
+    *line = lineFeed == std::string_view::npos ? left : left.substr(0, lineFeed + 1);
+    m_FileIndex += static_cast<int>(line->size());
+    ++m_LineNumber;
+    return true;
+}
+
+void IniFile::ReadLine(std::string_view line) {
+    std::string_view contents = kx::WithoutLineEnd(line);
+    kx::IniLineText read = kx::ReadIniLine(contents);
+    bool hasText = read.kind == kx::IniLineText::section || read.kind == kx::IniLineText::key;
+    // No name and no value can hold a zero byte.
+    if (hasText && contents.find('\0') != std::string_view::npos) read.kind = kx::IniLineText::unreadable;
+    switch (read.kind) {
+    case kx::IniLineText::section: ReadHeader(line, read.name); return;
+    case kx::IniLineText::key: ReadKey(line, read); return;
+    case kx::IniLineText::unreadable:
+        if (m_unreadableLines++ == 0) m_firstUnreadable = m_LineNumber;
+        break;
+    case kx::IniLineText::blank:
+    case kx::IniLineText::comment: break;
+    }
+    KeepLine(line);
+}
+
+/// A header of a section that is there already goes on with it.
+void IniFile::ReadHeader(std::string_view line, std::string_view name) {
+    char* text = m_pTextsEnd;
+    size_t length = kx::ReadIniName(name, text);
+    text[length] = 0;
+    uint32_t hash = HashOf({text, length});
+    Section* section = FindSection({text, length}, hash);
+    IniLine* header = NewLine(line);
+    if (section) {
+        AddHeader(section, header);
+    } else {
+        section = NewSection(text, hash, false);
+        LinkSection(section, header);
+        m_pTextsEnd = text + length + 1;
+    }
+    LinkLine(m_pLastLine, header);
+    m_pCurrent = section;
+}
+
+/// A key that is there already gets another value.
+void IniFile::ReadKey(std::string_view line, const kx::IniLineText& read) {
+    if (!m_pCurrent) m_pCurrent = AddSection("");
+    char* name = m_pTextsEnd;
+    size_t length = kx::ReadIniName(read.name, name);
+    name[length] = 0;
+    uint32_t hash = HashOf(*m_pCurrent, {name, length});
+    Key* key = FindKey(m_pCurrent, {name, length}, hash);
+    IniLine* keyLine = NewLine(line);
+    if (!key) {
+        key = NewKey(name, hash, false);
+        LinkKey(m_pCurrent, key);
+        m_pTextsEnd = name + length + 1;
+    }
+    key->m_pValue = m_pTextsEnd;
+    m_pTextsEnd += kx::ReadIniValue(read.value, m_pTextsEnd);
+    *m_pTextsEnd++ = 0;
+    AddKeyLine(key, keyLine);
+    LinkLine(m_pLastLine, keyLine);
+}
+
+/// Several such lines in a row are one piece.
+void IniFile::KeepLine(std::string_view line) {
+    IniLine* last = m_pLastLine;
+    if (last && last->kind == IniLine::kept) {
+        last->length += static_cast<int>(line.size());
+    } else {
+        LinkLine(last, NewLine(line));
+    }
+}
+
+void IniFile::ReportUnreadable() const {
+    dbg_csol->Output("%s: line %d is no section, no key and no comment, and is kept as it is (%d such lines)\n",
+                     m_pFileName ? m_pFileName : "INI text", m_firstUnreadable, m_unreadableLines);
+}
