@@ -1,6 +1,7 @@
 // Saves while system calls fail: whatever happens, the file is wholly old or wholly new, and the script is told.
 #include "Files/IO/LoadSave.h"
 
+#include "Files/Base/IniFile.h"
 #include "Files/Base/Limits.h"
 #include "Files/Support/Support_File.h"
 #include "Platform/MemoryManager.h"
@@ -52,6 +53,14 @@ bool SaveAsStream() {
     return std::fclose(stream) == 0 && written;
 }
 
+bool SaveAsIniFile() {
+    std::string name = kName;
+    IniFile file(name.data(), false);
+    file.SetKey("section", "key", kNew.c_str());
+    MemoryManager::Free(file.WriteIniFile());
+    return !file.m_Changed;
+}
+
 const Scenario kScenarios[] = {
     {"replace", true, kNew, [] { return SaveAnew("w"); }},
     {"new", false, kNew, [] { return SaveAnew("w"); }},
@@ -64,6 +73,8 @@ const Scenario kScenarios[] = {
      [] { return LoadSave::WriteFile(kName, kNew.data(), static_cast<int>(kNew.size()), nullptr) != 0; }},
     {"whole new file", false, kNew,
      [] { return LoadSave::WriteFile(kName, kNew.data(), static_cast<int>(kNew.size()), nullptr) != 0; }},
+    {"ini file", true, kOld + "\n\n[section]\nkey=" + kNew + "\n", SaveAsIniFile},
+    {"new ini file", false, "[section]\nkey=" + kNew + "\n", SaveAsIniFile},
 };
 
 /// What the host's system can and cannot do.

@@ -4,7 +4,7 @@
 
 class CDS_List;
 class CDS_Map;
-struct IniFile;
+class IniFile;
 struct json_object;
 
 /// The file-and-data module: the built-ins that scripts read and write files with.
@@ -72,6 +72,33 @@ int KXGetFileAttributes(const char* path, bool isSave);
 /// Makes the directories above a path in the save area. The path is cut at its last backslash, else at its last slash;
 /// a bare name needs none.
 void EnsureDirectoryIsCreated(const char* _filename);
+
+// --- INI -----------------------------------------------------------------------------------------------------------
+
+/// The open document; null where there is none. Only the functions below replace it, and nothing closes it at the end.
+extern IniFile* g_IniFile;
+
+/// Opens a file's document in the place of the one that is open, which is written back first. A null or empty name does
+/// nothing at all.
+void KXTRQ_ini_open(const char* name);
+
+/// The same for a document that a text is. A null text is an empty one.
+void KXTRQ_ini_open_from_string(const char* text);
+
+/// Writes the open document back and closes it.
+/// @return its text, which the caller frees with MemoryManager::Free; null where none is open.
+char* KXTRQ_ini_close();
+
+/// @return the number that a key's text begins with, 0 where it begins with none; `def` where there is no such key,
+/// and,
+///         with a script error, no open document.
+double KXTRQ_ini_read_real(const char* section, const char* key, double def);
+
+/// Sets a key to a number with six decimals. A script error where no document is open.
+void KXTRQ_ini_write_real(const char* section, const char* key, double value);
+
+/// @return the number that a text begins with, its commas read as points; 0 for null, and for 64 characters or more.
+double MyStrToFloat(const char* str);
 
 // --- JSON ----------------------------------------------------------------------------------------------------------
 

@@ -4,6 +4,7 @@
 
 #include "Files/Function/Function_File.h"
 #include "Files/IO/LoadSave.h"
+#include "Platform/MemoryManager.h"
 
 /// What the module's allocations are tagged with.
 constexpr char MODULE_SOURCE[] = "Files/Function/Function_File";
@@ -49,6 +50,16 @@ inline void SetNoText(RValue& result) {
     result.str = nullptr;
     result.kind = VALUE_STRING;
 }
+
+/// Text in host memory that goes with its owner, whatever ends it.
+struct HostText {
+    explicit HostText(char* owned) : text(owned) {}
+    HostText(const HostText&) = delete;
+    HostText& operator=(const HostText&) = delete;
+    ~HostText() { KXFree(text); }
+
+    char* text;
+};
 
 /// Resolves a name that is to be read: in the save area, else in the bundle area.
 /// @return false where it exists in neither; `path` is then as it was.
@@ -116,6 +127,19 @@ void F_FilenameChangeExt(RValue& result, CInstance* self, CInstance* other, int 
 void F_ParameterCount(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_ParameterString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_EnvironmentGetVariable(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// INI documents
+void F_IniOpenFromString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniOpen(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniClose(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniReadString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniReadReal(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniWriteString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniWriteReal(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniKeyExists(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniSectionExists(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniKeyDelete(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_IniSectionDelete(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 
 // JSON
 void F_JsonEncode(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
