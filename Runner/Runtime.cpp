@@ -1,6 +1,7 @@
 // One run of kxrun.
 #include "Runner/Runtime.h"
 
+#include "Files/Base/IniFile.h"
 #include "Files/Code/Code_Error.h"
 #include "Files/Code/Code_Function.h"
 #include "Files/Function/Function_File.h"
@@ -31,12 +32,33 @@ void ReportAtTheEnd(const char* text) {
     PrintError(text);
 }
 
+/// After a failure nothing that is half done may replace a good save.
+void DiscardUnfinished() {
+    LoadSave::DiscardUnfinished();
+    if (!g_IniFile || !g_IniFile->m_pFileName) return;
+    if (g_IniFile->m_Changed) {
+        dbg_csol->Output("Not written, because the script failed before it was closed: %s\n", g_IniFile->m_pFileName);
+    }
+    g_IniFile->Abandon();
+}
+
+/// The module leaves its document open at the end.
+void CloseIniFile() {
+    if (!g_IniFile) return;
+    MemoryManager::Free(g_IniFile->WriteIniFile());
+    bool written = !g_IniFile->m_Changed || !g_IniFile->m_pFileName;
+    if (!written) g_endFailed = true;
+    g_IniFile->Abandon();
+    MemoryManager::Free(KXTRQ_ini_close());
+}
+
 /// Ends the module and the host: everything that is open for writing is written back, but after a failure nothing that
 /// would replace a good save.
 /// @return true where all of it is on the disk.
 bool CloseFiles() {
     KXSetErrorHandler(ReportAtTheEnd);
-    if (g_scriptFailed) LoadSave::DiscardUnfinished();
+    if (g_scriptFailed) DiscardUnfinished();
+    CloseIniFile();
     FINALIZE_Function_File();
     LoadSave::Shutdown();
     KXSetErrorHandler(nullptr);
@@ -161,7 +183,7 @@ bool Runtime::CallChunk(int loaded, int parameters) {
 /// open.
 int Runtime::End(bool failed) {
     g_scriptFailed = failed;
-    if (failed) LoadSave::DiscardUnfinished();
+    if (failed) DiscardUnfinished();
     KXSetErrorHandler(ReportAtTheEnd);
     m_lua.reset();
     bool written = CloseFiles();

@@ -232,6 +232,35 @@ TEST_F(Kxrun, AFinaliserDoesNotWriteAfterAFailureEither) {
     EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "old");
 }
 
+TEST_F(Kxrun, AScriptThatEndsWellHasItsIniFileWritten) {
+    Outcome outcome = RunScript("ini_open('settings.ini') ini_write_string('a', 'k', 'v')");
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(ReadWholeFile(Save() / "settings.ini"), "[a]\nk=v\n");
+}
+
+TEST_F(Kxrun, AScriptThatFailsLeavesItsIniFileAsItWas) {
+    WriteWholeFile(Save() / "settings.ini", "[a]\nk=good\n");
+
+    Outcome outcome = RunScript("ini_open('settings.ini') ini_write_string('a', 'k', 'half')\n"
+                                "guard = setmetatable({}, {__gc = function() ini_close() end})\nerror('stop')");
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.errors.find("Not written, because the script failed before it was closed: settings.ini\n"),
+              std::string::npos);
+    EXPECT_EQ(ReadWholeFile(Save() / "settings.ini"), "[a]\nk=good\n");
+}
+
+TEST_F(Kxrun, AnIniFileThatCannotBeWrittenAtTheEndIsStatusOne) {
+    std::filesystem::create_directories(Save() / "settings.ini");
+
+    Outcome outcome = RunScript("ini_open('settings.ini') ini_write_string('a', 'k', 'v')");
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.errors.find("Failed to write file: settings.ini"), std::string::npos);
+}
+
 TEST_F(Kxrun, AFileThatCannotBeWrittenAtTheEndIsStatusOne) {
     // A file-size limit of 64 KB makes a larger write fail.
     std::string command =
