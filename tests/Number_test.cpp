@@ -199,6 +199,32 @@ TEST(Numbers, PrintWithTwoDecimals) {
     }
 }
 
+TEST(Numbers, PrintWithSixDecimals) {
+    char text[kFixedText];
+    EXPECT_EQ(PrintRealFixed(text, sizeof text, 1.0 / 3, 6), 8);
+    EXPECT_STREQ(text, "0.333333");
+    EXPECT_EQ(PrintRealFixed(text, sizeof text, -1.7e308, 6), 317);
+}
+
+TEST(Numbers, ReadAsTheCLibraryReadsThemInAnyLocale) {
+    struct Case {
+        const char* text;
+        double value;
+    };
+    const Case cases[] = {
+        {"1.5", 1.5}, {" \t\n1.5x", 1.5},     {"1,5", 1},   {"0x10", 16}, {"infinity", kInfinity}, {"", 0},
+        {"text", 0},  {"-1e999", -kInfinity}, {"+.5", 0.5},
+    };
+    auto check = [&] {
+        for (const Case& each : cases) {
+            EXPECT_EQ(ReadReal(each.text), each.value) << each.text;
+        }
+    };
+    check();
+    CommaLocale locale;
+    check();
+}
+
 TEST(Numbers, WithTwoDecimalsAreCutWhereTheirRoomEnds) {
     char longest[kFixedText];
     EXPECT_EQ(PrintRealFixed(longest, sizeof longest, -1.7e308, 2), 313);
