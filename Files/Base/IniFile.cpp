@@ -60,13 +60,13 @@ void IniFile::Clear() {
 
 // --- finding --------------------------------------------------------------------------------------------------------
 
-uint32_t IniFile::HashOf(std::string_view section) {
-    return static_cast<uint32_t>(kx::KeyedHash(section));
+uint32_t IniFile::HashOf(std::string_view name) {
+    return static_cast<uint32_t>(kx::KeyedHash(name));
 }
 
 /// It goes by the section too, so that the keys of one name in many sections do not fall together.
-uint32_t IniFile::HashOf(const Section& section, std::string_view key) {
-    return static_cast<uint32_t>(kx::KeyedHash(key)) ^ section.m_hash * 0x9E3779B1u;
+uint32_t IniFile::HashOf(uint32_t sectionHash, std::string_view key) {
+    return HashOf(key) ^ sectionHash * 0x9E3779B1u;
 }
 
 Section* IniFile::FindSection(std::string_view name, uint32_t hash) const {
@@ -83,7 +83,7 @@ Section* IniFile::GetSection(const char* section) {
 
 Key* IniFile::GetKey(const char* section, const char* key) {
     const Section* found = GetSection(section);
-    return found && key ? FindKey(found, key, HashOf(*found, key)) : nullptr;
+    return found && key ? FindKey(found, key, HashOf(found->m_hash, key)) : nullptr;
 }
 
 // --- changing -------------------------------------------------------------------------------------------------------
@@ -124,18 +124,15 @@ void IniFile::DeleteSection(const char* section) {
     m_Changed = true;
 }
 
-/// A new key's line comes after the last key of its section, else after the section's header. What fails leaves at most
-/// an empty section.
+/// A new key's line comes after the last key of its section, else after the section's header.
 void IniFile::AddKey(const char* section, const char* name, const char* value) {
     HostText nameCopy(KXStrDup(name));
     HostText valueCopy(KXStrDup(value));
-    Section* owner = GetSection(section);
-    if (!owner) {
-        owner = AddSection(section);
-        m_Changed = true;
-    }
+    uint32_t sectionHash = HashOf(section);
     IniLine* line = NewLine({});
-    Key* key = NewKey(nameCopy.get(), HashOf(*owner, name), true);
+    Key* key = NewKey(nameCopy.get(), HashOf(sectionHash, name), true);
+    Section* owner = FindSection(section, sectionHash);
+    if (!owner) owner = AddSection(section, sectionHash);  // the last step that can fail
 
     nameCopy.release();
     key->m_pValue = valueCopy.release();
@@ -147,10 +144,10 @@ void IniFile::AddKey(const char* section, const char* name, const char* value) {
 }
 
 /// A new section stands at the end, but the keys of the one without a name before any header.
-Section* IniFile::AddSection(const char* name) {
+Section* IniFile::AddSection(const char* name, uint32_t hash) {
     HostText copy(KXStrDup(name));
     IniLine* header = *name ? NewLine({}) : nullptr;
-    Section* section = NewSection(copy.get(), HashOf(name), true);
+    Section* section = NewSection(copy.get(), hash, true);
 
     copy.release();
     if (header) LinkLine(m_pLastLine, header);

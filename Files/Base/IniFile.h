@@ -34,7 +34,6 @@ struct Key {
     Key* m_pPrevious;
     Section* m_pSection;
     IniLine* m_pLine;  ///< the last line of the key, the one that counts
-    Key* m_pSameBucket;
     uint32_t m_hash;
     bool m_ownsKey;  ///< a block of its own, as opposed to a part of the document's texts
     bool m_ownsValue;
@@ -50,7 +49,6 @@ struct Section {
     Section* m_pPrevious;
     Key* m_pLast;
     IniLine* m_pHeader;  ///< its last header; null for keys before any header
-    Section* m_pSameBucket;
     uint32_t m_hash;
     bool m_ownsName;
 };
@@ -142,14 +140,14 @@ private:
     void Clear();
 
     // What the document holds
-    static uint32_t HashOf(std::string_view section);
-    static uint32_t HashOf(const Section& section, std::string_view key);
+    static uint32_t HashOf(std::string_view name);
+    static uint32_t HashOf(uint32_t sectionHash, std::string_view key);
     [[nodiscard]] Section* FindSection(std::string_view name, uint32_t hash) const;
     [[nodiscard]] Key* FindKey(const Section* section, std::string_view name, uint32_t hash) const;
     Section* NewSection(char* name, uint32_t hash, bool owned);
     Key* NewKey(char* name, uint32_t hash, bool owned);
     IniLine* NewLine(std::string_view text);
-    Section* AddSection(const char* name);
+    Section* AddSection(const char* name, uint32_t hash);
     void AddKey(const char* section, const char* name, const char* value);
     void LinkSection(Section* section, IniLine* header);
     void LinkKey(Section* section, Key* key);

@@ -138,11 +138,11 @@ void IniFile::ReadHeader(std::string_view line, std::string_view name) {
 
 /// A key that is there already gets another value.
 void IniFile::ReadKey(std::string_view line, const kx::IniLineText& read) {
-    if (!m_pCurrent) m_pCurrent = AddSection("");
+    if (!m_pCurrent) m_pCurrent = AddSection("", HashOf(""));
     char* name = m_pTextsEnd;
     size_t length = kx::ReadIniName(read.name, name);
     name[length] = 0;
-    uint32_t hash = HashOf(*m_pCurrent, {name, length});
+    uint32_t hash = HashOf(m_pCurrent->m_hash, {name, length});
     Key* key = FindKey(m_pCurrent, {name, length}, hash);
     IniLine* keyLine = NewLine(line);
     if (!key) {

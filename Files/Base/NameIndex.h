@@ -6,8 +6,8 @@
 
 namespace kx {
 
-/// Finds nodes by hash. The nodes are the caller's and link themselves: members `m_hash`, which stays as long as the
-/// node is in the index, and `m_pSameBucket`, which is the index's.
+/// Finds nodes by hash, a table with open addressing. The nodes are the caller's; each says its hash in a member
+/// `m_hash`, which stays as long as it is in the index.
 /// @thread one at a time
 template <class Node>
 class NameIndex {
@@ -16,61 +16,71 @@ public:
     /// @return null where there is none.
     template <class Matches>
     Node* Find(uint32_t hash, Matches matches) const {
-        if (m_buckets.empty()) return nullptr;
-        Node* node = m_buckets[hash & Mask()];
-        while (node && !(node->m_hash == hash && matches(*node))) {
-            node = node->m_pSameBucket;
+        if (m_places.empty()) return nullptr;
+        size_t i = hash & Mask();
+        while (m_places[i].node && !(m_places[i].hash == hash && matches(*m_places[i].node))) {
+            i = (i + 1) & Mask();
         }
-        return node;
+        return m_places[i].node;
     }
 
     /// Makes room for one more node, so that Add cannot fail.
     /// @throws std::bad_alloc
     void Reserve() {
-        if (m_count < m_buckets.size()) return;
-        std::vector<Node*> before(m_buckets.empty() ? kFirstBuckets : m_buckets.size() * 2);
-        before.swap(m_buckets);
-        for (Node* node : before) {
-            while (node) {
-                Node* next = node->m_pSameBucket;
-                Link(node);
-                node = next;
-            }
+        if (m_count < m_places.size() / 4 * 3) return;
+        std::vector<Place> before(m_places.empty() ? kFirstPlaces : m_places.size() * 2);
+        before.swap(m_places);
+        for (const Place& place : before) {
+            if (place.node) Put(place);
         }
     }
 
     /// Adds a node that Reserve has made room for.
     void Add(Node* node) {
-        Link(node);
+        Put({node, node->m_hash});
         ++m_count;
     }
 
-    void Remove(Node* node) {
-        Node** place = &m_buckets[node->m_hash & Mask()];
-        while (*place != node) {
-            place = &(*place)->m_pSameBucket;
+    void Remove(const Node* node) {
+        size_t hole = node->m_hash & Mask();
+        while (m_places[hole].node != node) {
+            hole = (hole + 1) & Mask();
         }
-        *place = node->m_pSameBucket;
+        // Whatever follows without a gap moves up, unless that would take it before its place.
+        for (size_t i = (hole + 1) & Mask(); m_places[i].node; i = (i + 1) & Mask()) {
+            size_t way = (i - m_places[i].hash) & Mask();
+            if (way < ((i - hole) & Mask())) continue;
+            m_places[hole] = m_places[i];
+            hole = i;
+        }
+        m_places[hole] = {};
         --m_count;
     }
 
     void Clear() {
-        m_buckets = {};
+        m_places = {};
         m_count = 0;
     }
 
 private:
-    static constexpr size_t kFirstBuckets = 8;
+    struct Place {
+        Node* node = nullptr;
+        uint32_t hash = 0;
+    };
 
-    [[nodiscard]] size_t Mask() const { return m_buckets.size() - 1; }
+    static constexpr size_t kFirstPlaces = 8;
 
-    void Link(Node* node) {
-        Node** first = &m_buckets[node->m_hash & Mask()];
-        node->m_pSameBucket = *first;
-        *first = node;
+    [[nodiscard]] size_t Mask() const { return m_places.size() - 1; }
+
+    void Put(const Place& place) {
+        size_t i = place.hash & Mask();
+        while (m_places[i].node) {
+            i = (i + 1) & Mask();
+        }
+        m_places[i] = place;
     }
 
-    std::vector<Node*> m_buckets;  // as many as a power of two
+    std::vector<Place> m_places;  // as many as a power of two, a quarter of them free
     size_t m_count = 0;
 };
 
