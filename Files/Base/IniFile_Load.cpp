@@ -23,7 +23,9 @@ char* AllocText(int size) {
 
 }  // namespace
 
-IniFile::IniFile(char* name, bool /*flag*/) : m_pFileName(KXStrDup(name)) {
+IniFile::IniFile(char* name, bool /*flag*/) : IniFile() {
+    m_anew = false;
+    m_pFileName = KXStrDup(name);
     if (!m_pFileName) return;
     try {
         Load();
