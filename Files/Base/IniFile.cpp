@@ -18,6 +18,10 @@ bool Is(const char* text, std::string_view name) {
     return std::strncmp(text, name.data(), name.size()) == 0 && text[name.size()] == 0;
 }
 
+bool Is(const char* text, const char* name) {
+    return std::strcmp(text, name) == 0;
+}
+
 }  // namespace
 
 IniFile::IniFile() : m_anew(true) {}
@@ -50,6 +54,7 @@ void IniFile::Clear() {
     KXFree(m_pTexts);
     m_pFileBuffer = m_pTexts = m_pTextsEnd = nullptr;
     m_pFirst = m_pLastSection = m_pCurrent = nullptr;
+    m_pFound = nullptr;
     m_pFirstLine = m_pLastLine = nullptr;
     m_Size = m_FileIndex = m_LineNumber = 0;
     m_Changed = false;
@@ -78,12 +83,22 @@ Key* IniFile::FindKey(const Section* section, std::string_view name, uint32_t ha
 }
 
 Section* IniFile::GetSection(const char* section) {
-    return section ? FindSection(section, HashOf(section)) : nullptr;
+    if (!section) return nullptr;
+    if (m_pFound && Is(m_pFound->m_pSection->m_pName, section)) return m_pFound->m_pSection;
+    return FindSection(section, HashOf(section));
 }
 
+/// Scripts take keys in the order of the file more often than not: the one that was found last, or the next, is at hand
+/// without a look into the index.
 Key* IniFile::GetKey(const char* section, const char* key) {
-    const Section* found = GetSection(section);
-    return found && key ? FindKey(found, key, HashOf(found->m_hash, key)) : nullptr;
+    const Section* owner = GetSection(section);
+    if (!owner || !key) return nullptr;
+    bool goesOn = m_pFound && m_pFound->m_pSection == owner;
+    if (goesOn && Is(m_pFound->m_pKey, key)) return m_pFound;
+    Key* next = goesOn ? m_pFound->m_pNext : owner->m_pFirst;
+    Key* found = next && Is(next->m_pKey, key) ? next : FindKey(owner, key, HashOf(owner->m_hash, key));
+    if (found) m_pFound = found;
+    return found;
 }
 
 // --- changing -------------------------------------------------------------------------------------------------------
@@ -224,6 +239,7 @@ void IniFile::LinkLine(IniLine* place, IniLine* line) {
 }
 
 void IniFile::RemoveKey(Key* key) {
+    if (m_pFound == key) m_pFound = nullptr;
     Section* section = key->m_pSection;
     (key->m_pPrevious ? key->m_pPrevious->m_pNext : section->m_pFirst) = key->m_pNext;
     (key->m_pNext ? key->m_pNext->m_pPrevious : section->m_pLast) = key->m_pPrevious;

@@ -171,6 +171,7 @@ private:
     kx::NameIndex<Key> m_keys;
     Section* m_pLastSection = nullptr;
     Section* m_pCurrent = nullptr;  // that the line being read is in; null before any header or key
+    Key* m_pFound = nullptr;        // that was asked for last
     char* m_pTexts = nullptr;       // the names and values of the loaded text, each with a terminator
     char* m_pTextsEnd = nullptr;
     const char* m_lineEnd = "\n";  // of new lines
