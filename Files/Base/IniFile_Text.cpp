@@ -137,9 +137,14 @@ bool NameIs(std::string_view written, std::string_view name) {
     return read == name;
 }
 
-bool ValueIs(std::string_view written, std::string_view value) {
-    std::string read(written.size(), 0);
-    read.resize(ReadIniValue(written, read.data()));
+/// @param value  without line breaks.
+bool ReadsBackAsValue(std::string_view value) {
+    if (value.empty()) return true;
+    if (IsBlank(value.front()) || IsBlank(value.back())) return false;
+    bool mayMeanAnother = value.front() == '"' || value.front() == kEscapedStart.front();
+    if (!mayMeanAnother) return true;
+    std::string read(value.size(), 0);
+    read.resize(ReadIniValue(value, read.data()));
     return read == value;
 }
 
@@ -206,7 +211,7 @@ void AppendIniName(std::string* out, std::string_view name) {
 void AppendIniValue(std::string* out, std::string_view value) {
     if (HasLineBreak(value)) {
         AppendEscaped(out, value);
-    } else if (ValueIs(WithoutBlanksAround(value), value)) {
+    } else if (ReadsBackAsValue(value)) {
         out->append(value);
     } else {
         out->append("\"").append(value).append("\"");
