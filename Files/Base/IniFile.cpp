@@ -111,12 +111,23 @@ void IniFile::SetKey(const char* section, const char* key, const char* value) {
         AddKey(section, key, value);
         return;
     }
-    char* copy = KXStrDup(value);  // before the old one goes, which may be the same
-    if (found->m_ownsValue) KXFree(found->m_pValue);
-    found->m_pValue = copy;
-    found->m_ownsValue = true;
+    SetValue(found, value);
     found->m_pLine->rewritten = true;
     m_Changed = true;
+}
+
+/// @param value  may be a part of the old one.
+void IniFile::SetValue(Key* key, const char* value) {
+    size_t size = std::strlen(value) + 1;
+    bool fits = size <= std::strlen(key->m_pValue) + 1;
+    if (fits) {
+        std::memmove(key->m_pValue, value, size);
+        return;
+    }
+    char* copy = KXStrDup(value);
+    if (key->m_ownsValue) KXFree(key->m_pValue);
+    key->m_pValue = copy;
+    key->m_ownsValue = true;
 }
 
 void IniFile::DeleteKey(const char* section, const char* key) {

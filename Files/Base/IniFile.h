@@ -149,6 +149,7 @@ private:
     IniLine* NewLine(std::string_view text);
     Section* AddSection(const char* name, uint32_t hash);
     void AddKey(const char* section, const char* name, const char* value);
+    static void SetValue(Key* key, const char* value);
     void LinkSection(Section* section, IniLine* header);
     void LinkKey(Section* section, Key* key);
     static void AddHeader(Section* section, IniLine* line);
