@@ -43,3 +43,19 @@ char* KXStrDup(const char* s);
 
 /// Releases host memory. Null-safe.
 void KXFree(const void* p);
+
+/// A text in host memory that goes with its owner, whatever ends it.
+struct HostText {
+    explicit HostText(char* owned) : text(owned) {}
+    HostText(const HostText&) = delete;
+    HostText& operator=(const HostText&) = delete;
+    ~HostText() { KXFree(text); }
+
+    char* Release() {
+        char* released = text;
+        text = nullptr;
+        return released;
+    }
+
+    char* text;  ///< may be null, and may be replaced
+};

@@ -4,15 +4,9 @@
 #include "Files/Base/SipHash.h"
 
 #include <cstring>
-#include <memory>
 #include <utility>
 
 namespace {
-
-struct HostMemory {
-    void operator()(char* text) const { KXFree(text); }
-};
-using HostText = std::unique_ptr<char, HostMemory>;
 
 bool Is(const char* text, std::string_view name) {
     return std::strncmp(text, name.data(), name.size()) == 0 && text[name.size()] == 0;
@@ -85,7 +79,8 @@ Key* IniFile::FindKey(const Section* section, std::string_view name, uint32_t ha
 Section* IniFile::GetSection(const char* section) {
     if (!section) return nullptr;
     if (m_pFound && Is(m_pFound->m_pSection->m_pName, section)) return m_pFound->m_pSection;
-    return FindSection(section, HashOf(section));
+    Section* found = FindSection(section, HashOf(section));
+    return found && !found->m_isGone ? found : nullptr;
 }
 
 /// Scripts take keys in the order of the file more often than not: the one that was found last, or the next, is at hand
@@ -156,12 +151,13 @@ void IniFile::AddKey(const char* section, const char* name, const char* value) {
     HostText valueCopy(KXStrDup(value));
     uint32_t sectionHash = HashOf(section);
     IniLine* line = NewLine({});
-    Key* key = NewKey(nameCopy.get(), HashOf(sectionHash, name), true);
+    Key* key = NewKey(nameCopy.text, HashOf(sectionHash, name), true);
     Section* owner = FindSection(section, sectionHash);
     if (!owner) owner = AddSection(section, sectionHash);  // the last step that can fail
+    if (owner->m_isGone) ReturnSection(owner);
 
-    nameCopy.release();
-    key->m_pValue = valueCopy.release();
+    nameCopy.Release();
+    key->m_pValue = valueCopy.Release();
     key->m_ownsValue = true;
     LinkLine(owner->m_pLast ? owner->m_pLast->m_pLine : owner->m_pHeader, line);
     LinkKey(owner, key);
@@ -173,12 +169,18 @@ void IniFile::AddKey(const char* section, const char* name, const char* value) {
 Section* IniFile::AddSection(const char* name, uint32_t hash) {
     HostText copy(KXStrDup(name));
     IniLine* header = *name ? NewLine({}) : nullptr;
-    Section* section = NewSection(copy.get(), hash, true);
+    Section* section = NewSection(copy.text, hash, true);
 
-    copy.release();
+    copy.Release();
     if (header) LinkLine(m_pLastLine, header);
     LinkSection(section, header);
     return section;
+}
+
+/// A section that was deleted is back in its place.
+void IniFile::ReturnSection(Section* section) {
+    section->m_isGone = false;
+    ListSection(section);
 }
 
 // --- parts ----------------------------------------------------------------------------------------------------------
@@ -213,7 +215,12 @@ IniLine* IniFile::NewLine(std::string_view text) {
 void IniFile::LinkSection(Section* section, IniLine* header) {
     m_sections.Add(section);
     if (header) AddHeader(section, header);
-    Section* before = header ? m_pLastSection : nullptr;
+    ListSection(section);
+}
+
+/// The section without a header comes first.
+void IniFile::ListSection(Section* section) {
+    Section* before = section->m_pHeader ? m_pLastSection : nullptr;
     Section* after = before ? before->m_pNext : m_pFirst;
     section->m_pPrevious = before;
     section->m_pNext = after;
@@ -261,10 +268,18 @@ void IniFile::RemoveKey(Key* key) {
     m_keyPool.GiveBack(key);
 }
 
-/// Removes a section that has no keys any more.
+/// Removes a section that has no keys any more. One of the file leaves its place behind: games that write a section
+/// anew delete it first, and it would wander to the end, a blank line before it, each time.
 void IniFile::RemoveSection(Section* section) {
     (section->m_pPrevious ? section->m_pPrevious->m_pNext : m_pFirst) = section->m_pNext;
     (section->m_pNext ? section->m_pNext->m_pPrevious : m_pLastSection) = section->m_pPrevious;
+    IniLine* header = section->m_pHeader;
+    bool keepsPlace = header && header->text && *section->m_pName;
+    if (keepsPlace) {
+        RemoveLines(std::exchange(header->earlier, nullptr));
+        section->m_isGone = true;
+        return;
+    }
     m_sections.Remove(section);
     RemoveLines(section->m_pHeader);
     if (section->m_ownsName) KXFree(section->m_pName);

@@ -26,7 +26,7 @@ struct Section;
 
 /// A key of a section. The document owns it and its texts.
 struct Key {
-    Key* m_pNext;  ///< in the order of the file
+    Key* m_pNext;  ///< in the order in which the keys came
     char* m_pKey;
     char* m_pValue;
 
@@ -41,7 +41,7 @@ struct Key {
 
 /// A section. Keys before any header belong to the section with the empty name.
 struct Section {
-    Section* m_pNext;  ///< in the order of the file
+    Section* m_pNext;  ///< in the order in which the sections came
     Key* m_pFirst;
     char* m_pName;
 
@@ -51,6 +51,7 @@ struct Section {
     IniLine* m_pHeader;  ///< its last header; null for keys before any header
     uint32_t m_hash;
     bool m_ownsName;
+    bool m_isGone;  ///< deleted; its header keeps its place
 };
 
 /// A line of the text, or several that are kept as they are. The host's own.
@@ -77,7 +78,7 @@ public:
     /// the file holds would be lost.
     /// @param name  copied.
     /// @param flag  reserved, false.
-    /// @throws std::bad_alloc for the name only.
+    /// @throws std::bad_alloc for the name; a document that does not fit counts as one that cannot be read.
     IniFile(char* name, bool flag);
 
     /// An empty document with no file behind it.
@@ -89,8 +90,10 @@ public:
 
     /// Replaces the contents by what a text says. A document that only ever was a text is rendered anew: the lines of
     /// its keys are in their plainest form.
-    /// @param text  not kept; null is an empty one. One beyond kx::kMaxFileBytes is refused with a line on dbg_csol.
-    /// @throws std::bad_alloc; the document is then empty.
+    /// @param text  not kept; null is an empty one. One beyond kx::kMaxFileBytes is refused with a line on dbg_csol,
+    /// and
+    ///              the document stays as it is.
+    /// @throws std::bad_alloc; the document is then as it was, or empty.
     void SetText(const char* text);
 
     /// Writes a changed document back to its file in the save area, in one step and durably. Where that fails the file
@@ -109,7 +112,8 @@ public:
     /// @throws std::bad_alloc; no value is then changed.
     void SetKey(const char* section, const char* key, const char* value);
 
-    /// Removes a key, or a section with its keys, and every line of theirs. Comments stay.
+    /// Removes a key, or a section with its keys, and every line of theirs. All other lines stay. A section of the file
+    /// that is made again is where it was.
     void DeleteKey(const char* section, const char* key);
     void DeleteSection(const char* section);
 
@@ -137,6 +141,7 @@ private:
     void ReadKey(std::string_view line, const kx::IniLineText& read);
     void KeepLine(std::string_view line);
     void ReportUnreadable() const;
+    void TakeText(char* text, int size);
     void Clear();
 
     // What the document holds
@@ -148,6 +153,8 @@ private:
     Key* NewKey(char* name, uint32_t hash, bool owned);
     IniLine* NewLine(std::string_view text);
     Section* AddSection(const char* name, uint32_t hash);
+    void ReturnSection(Section* section);
+    void ListSection(Section* section);
     void AddKey(const char* section, const char* name, const char* value);
     static void SetValue(Key* key, const char* value);
     void LinkSection(Section* section, IniLine* header);

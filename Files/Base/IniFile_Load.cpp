@@ -30,10 +30,10 @@ IniFile::IniFile(char* name, bool /*flag*/) : IniFile() {
     try {
         Load();
     } catch (const std::bad_alloc&) {
-        Clear();
         m_unread = ENOMEM;
     }
     if (m_unread) ReportUnread();
+    if (m_unreadableLines) ReportUnreadable();
 }
 
 void IniFile::Load() {
@@ -42,10 +42,10 @@ void IniFile::Load() {
         m_unread = errno == ENOENT ? 0 : errno;
         return;
     }
-    m_Size = file->pBuff->m_size;
-    m_pFileBuffer = std::exchange(file->pBuff->m_data, nullptr);
+    char* text = std::exchange(file->pBuff->m_data, nullptr);
+    int size = file->pBuff->m_size;
     LoadSave::fclose(file);
-    Parse();
+    TakeText(text, size);
 }
 
 void IniFile::ReportUnread() const {
@@ -55,18 +55,24 @@ void IniFile::ReportUnread() const {
 }
 
 void IniFile::SetText(const char* text) {
-    Clear();
-    m_Changed = m_pFileName != nullptr;
     size_t length = text ? std::strlen(text) : 0;
-    if (length == 0) return;
     if (length > static_cast<size_t>(kx::kMaxFileBytes)) {
         dbg_csol->Output("INI text too large: %zu MiB\n", length >> 20);
         return;
     }
+    char* copy = AllocText(static_cast<int>(length));  // before the old text goes, which it may be a part of
+    if (length) std::memcpy(copy, text, length);
+    Clear();
+    m_Changed = m_pFileName != nullptr;
+    TakeText(copy, static_cast<int>(length));
+    if (m_unreadableLines) ReportUnreadable();
+}
+
+/// Reads a text that is the document's from now on. What fails leaves it empty.
+void IniFile::TakeText(char* text, int size) {
+    m_pFileBuffer = text;
+    m_Size = size;
     try {
-        m_Size = static_cast<int>(length);
-        m_pFileBuffer = AllocText(m_Size);
-        std::memcpy(m_pFileBuffer, text, length);
         Parse();
     } catch (const std::bad_alloc&) {
         Clear();
@@ -87,7 +93,7 @@ void IniFile::Parse() {
     while (NextLine(&line)) {
         ReadLine(line);
     }
-    if (m_unreadableLines) ReportUnreadable();
+    m_pCurrent = nullptr;
 }
 
 /// @param line  set to the next one, its line end included.

@@ -1,6 +1,8 @@
 // Lines, names and values of INI documents.
 #include "Files/Base/IniFile_Text.h"
 
+#include "Files/Base/Limits.h"
+
 #include <charconv>
 #include <cstring>
 
@@ -52,18 +54,18 @@ std::string_view WithoutIndent(std::string_view line) {
 }
 
 /// The name ends at the first bracket that nothing but a comment follows, "[a] ; see [b]", or, where there is none,
-/// at the last one: "[a[0]]", "[a] b".
+/// at the last one: "[a[0]]", "[a] b". A header without its bracket is still one: the keys below it are its own.
 size_t EndOfSectionName(std::string_view line) {
     for (size_t i = line.find(']'); i != std::string_view::npos; i = line.find(']', i + 1)) {
         std::string_view rest = WithoutBlanksBefore(line.substr(i + 1));
         if (rest.empty() || IsCommentStart(rest.front())) return i;
     }
-    return line.rfind(']');
+    size_t last = line.rfind(']');
+    return last == std::string_view::npos ? line.size() : last;
 }
 
 IniLineText ReadSectionLine(std::string_view line) {
     size_t end = EndOfSectionName(line);
-    if (end == std::string_view::npos) return {IniLineText::unreadable, {}, {}};
     return {IniLineText::section, WithoutBlanksAround(line.substr(1, end - 1)), {}};
 }
 
@@ -167,6 +169,11 @@ std::string_view WithoutLineEnd(std::string_view line) {
     return line;
 }
 
+bool EndsInBlankLine(std::string_view text) {
+    std::string_view contents = WithoutLineEnd(text);
+    return ReadIniLine(contents.substr(contents.rfind('\n') + 1)).kind == IniLineText::blank;
+}
+
 IniLineText ReadIniLine(std::string_view line) {
     line = WithoutIndent(line);
     if (line.empty()) return {IniLineText::blank, {}, {}};
@@ -225,6 +232,7 @@ IniKeyLayout LayoutOfIniKey(std::string_view line, const IniLineText& read) {
     while (indentStart > 0 && IsBlank(line[indentStart - 1])) {
         --indentStart;
     }
+    if (nameStart - indentStart > static_cast<size_t>(kMaxIniIndent)) indentStart = nameStart;
     bool spaced = IsBlank(line[nameEnd]);
     return {line.substr(indentStart, nameStart - indentStart), spaced ? " = " : "="};
 }

@@ -22,6 +22,9 @@ struct IniLineText {
 /// A line without the LF or CR LF at its end.
 std::string_view WithoutLineEnd(std::string_view line);
 
+/// Whether the last line of a text is a blank one, or there is none.
+bool EndsInBlankLine(std::string_view text);
+
 /// @param line  without its line end.
 IniLineText ReadIniLine(std::string_view line);
 
@@ -42,7 +45,8 @@ struct IniKeyLayout {
     std::string_view equals = "=";
 };
 
-/// The layout of a line that reads as a key. Runs of blanks around "=" count as one.
+/// The layout of a line that reads as a key. Runs of blanks around "=" count as one, an indent beyond kx::kMaxIniIndent
+/// as none.
 IniKeyLayout LayoutOfIniKey(std::string_view line, const IniLineText& read);
 
 /// The mark that some editors put at the start of a file: U+FEFF in UTF-8. At the start of any line it counts as a

@@ -14,12 +14,6 @@ using kx::IniLineText;
 
 namespace {
 
-/// True too where there is nothing.
-bool EndsInBlankLine(std::string_view text) {
-    std::string_view contents = kx::WithoutLineEnd(text);
-    return kx::ReadIniLine(contents.substr(contents.rfind('\n') + 1)).kind == IniLineText::blank;
-}
-
 /// Builds a document's text, line after line.
 class TextWriter {
 public:
@@ -30,17 +24,21 @@ public:
     }
 
     void Add(const IniLine& line) {
+        bool isGone = line.kind == IniLine::header && line.section->m_isGone;
+        if (isGone) return;
         bool asItWas = line.text && !line.rewritten && !(m_anew && line.kind == IniLine::key);
         if (asItWas) {
             StartLine();
             m_out.append(line.text, static_cast<size_t>(line.length));
-            if (line.kind == IniLine::key) m_model = &line;
+            if (line.kind == IniLine::key) Model(line);
         } else if (line.kind == IniLine::header) {
             AddHeader(*line.section);
         } else if (line.owner->m_pLine == &line) {
             AddKey(line);
         }
     }
+
+    [[nodiscard]] bool IsTooLarge() const { return m_out.size() > static_cast<size_t>(kx::kMaxFileBytes); }
 
     std::string Take() {
         if (m_anew) StartLine();
@@ -59,7 +57,7 @@ private:
 
     void AddHeader(const Section& section) {
         StartLine();
-        if (!EndsInBlankLine(Written())) m_out.append(m_lineEnd);
+        if (!kx::EndsInBlankLine(Written())) m_out.append(m_lineEnd);
         kx::AppendIniHeader(&m_out, section.m_pName);
         m_out.append(m_lineEnd);
     }
@@ -68,10 +66,10 @@ private:
         StartLine();
         if (line.text && !m_anew) {
             AddKeyInItsPlace(line);
-            m_model = &line;
+            Model(line);
             return;
         }
-        IniKeyLayout layout = Layout();
+        const IniKeyLayout& layout = Layout();
         m_out.append(layout.indent);
         kx::AppendIniName(&m_out, line.owner->m_pKey);
         m_out.append(layout.equals);
@@ -89,16 +87,21 @@ private:
         m_out.append(text.substr(contents.size()));
     }
 
-    /// A new key's line looks like the key before it.
-    [[nodiscard]] IniKeyLayout Layout() const {
-        if (!m_model) return {};
+    /// The lines of new keys look like the key before them.
+    void Model(const IniLine& line) { m_model = &line; }
+
+    const IniKeyLayout& Layout() {
+        if (!m_model) return m_layout;
         std::string_view contents = kx::WithoutLineEnd({m_model->text, static_cast<size_t>(m_model->length)});
-        return kx::LayoutOfIniKey(contents, kx::ReadIniLine(contents));
+        m_layout = kx::LayoutOfIniKey(contents, kx::ReadIniLine(contents));
+        m_model = nullptr;
+        return m_layout;
     }
 
     const char* m_lineEnd;
     bool m_anew;
-    const IniLine* m_model = nullptr;  // the last key's line that was loaded
+    const IniLine* m_model = nullptr;  // the last key's line that was loaded, until its layout is known
+    IniKeyLayout m_layout;
     std::string m_out;
     size_t m_start = 0;  // after a byte order mark
 };
@@ -134,7 +137,7 @@ char* IniFile::WriteIniFile() {
 
 std::string IniFile::Render() const {
     TextWriter writer(static_cast<size_t>(m_Size), m_lineEnd, m_hasMark, m_anew);
-    for (const IniLine* line = m_pFirstLine; line; line = line->next) {
+    for (const IniLine* line = m_pFirstLine; line && !writer.IsTooLarge(); line = line->next) {
         writer.Add(*line);
     }
     return writer.Take();
@@ -142,7 +145,8 @@ std::string IniFile::Render() const {
 
 bool IniFile::Save(const std::string& text) {
     if (m_unread) {
-        dbg_csol->Output("Failed to write file: %s (it could not be read, and would be lost)\n", m_pFileName);
+        const char* reason = m_unread == EXDEV ? "its name was refused" : "it could not be read, and would be lost";
+        dbg_csol->Output("Failed to write file: %s (%s)\n", m_pFileName, reason);
         return false;
     }
     return LoadSave::WriteFile(m_pFileName, text.data(), static_cast<int>(text.size()), nullptr) == 1;

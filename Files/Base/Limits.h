@@ -26,6 +26,9 @@ constexpr int kMaxContainers = sizeof(void*) > 4 ? 1 << 24 : 1 << 20;
 /// Containers inside one another that one walk over a value follows before it gives up.
 constexpr int kMaxNesting = 4096;
 
+/// Blanks that a new line of an INI file takes over from the line before it, bytes.
+constexpr int kMaxIniIndent = 64;
+
 /// What json-c may need for the tree of one text, bytes, reckoned high: 70 MB or more of an ordinary save's text on
 /// 64-bit targets.
 constexpr unsigned long long kMaxJsonBytes = sizeof(void*) > 4 ? 1ull << 31 : 1ull << 29;

@@ -78,11 +78,11 @@ void EnsureDirectoryIsCreated(const char* _filename);
 /// The open document; null where there is none. Only the functions below replace it, and nothing closes it at the end.
 extern IniFile* g_IniFile;
 
-/// Opens a file's document in the place of the one that is open, which is written back first. A null or empty name does
-/// nothing at all.
+/// Opens a file's document in the place of the one that is open, which is written back first and gone then: the name
+/// must not be a part of it. A null or empty name does nothing at all.
 void KXTRQ_ini_open(const char* name);
 
-/// The same for a document that a text is. A null text is an empty one.
+/// The same for a document that is a text. A null text is an empty one.
 void KXTRQ_ini_open_from_string(const char* text);
 
 /// Writes the open document back and closes it.

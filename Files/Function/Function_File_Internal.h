@@ -51,16 +51,6 @@ inline void SetNoText(RValue& result) {
     result.kind = VALUE_STRING;
 }
 
-/// Text in host memory that goes with its owner, whatever ends it.
-struct HostText {
-    explicit HostText(char* owned) : text(owned) {}
-    HostText(const HostText&) = delete;
-    HostText& operator=(const HostText&) = delete;
-    ~HostText() { KXFree(text); }
-
-    char* text;
-};
-
 /// Resolves a name that is to be read: in the save area, else in the bundle area.
 /// @return false where it exists in neither; `path` is then as it was.
 inline bool ResolveExisting(char* path, const char* name) {

@@ -182,7 +182,7 @@ char* LoadSave::ReadBundleFile(const char* name, int* size) {
 int LoadSave::WriteFile(const char* name, const char* data, int length, ASYNC_SAVE_LOAD_REQ_CONTEXT* /*ctx*/) {
     if (!data || length < 0) return 0;
     std::optional<std::string> place = kx::PlaceToWrite(name);
-    bool valid = place && !place->empty();
+    bool valid = place && !place->empty() && SaveArea().IsSet();
     int reason = valid ? SaveArea().Replace(*place, data, length) : EXDEV;
     if (reason) dbg_csol->Output("Failed to write file: %s (%s)\n", name ? name : "", std::strerror(reason));
     return reason == 0;

@@ -124,7 +124,7 @@ std::optional<OpenMode> ParseMode(const char* mode) {
 }
 
 _KXFILE* OpenForReading(const char* path, const OpenMode& mode) {
-    errno = EXDEV;
+    int reason = 0;
     for (const Area* area : {static_cast<Area*>(&SaveArea()), &BundleArea()}) {
         std::optional<std::string> place = area->Place(path);
         if (!place) continue;
@@ -136,7 +136,10 @@ _KXFILE* OpenForReading(const char* path, const OpenMode& mode) {
             return Enrol(std::move(file));
         }
         if (!MeansNoFile(errno)) return nullptr;
+        bool missing = reason == 0 || reason == ENOENT || reason == ENOTDIR;
+        if (missing) reason = errno;  // that the bundle has none is no reason where the save area has what is no file
     }
+    errno = reason ? reason : EXDEV;
     return nullptr;
 }
 
