@@ -81,6 +81,11 @@ int ParseReal(std::string_view text, double* value) {
 }
 
 double ReadReal(const char* text) {
+    // What from_chars reads to its end, which is much faster, strtod reads the same.
+    double value = 0;
+    const char* last = text + std::strlen(text);
+    auto [end, error] = std::from_chars(text, last, value);
+    if (end == last && error == std::errc()) return value;
     static const locale_t point = ::newlocale(LC_ALL_MASK, "C", nullptr);
     return ::strtod_l(text, nullptr, point);
 }
