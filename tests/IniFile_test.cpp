@@ -63,6 +63,13 @@ Change Deleting(std::string section, std::string key) {
     return [=](IniFile* ini) { ini->DeleteKey(section.c_str(), key.c_str()); };
 }
 
+/// A file before and after a change.
+struct Rewriting {
+    const char* name;
+    std::string before;
+    std::string after;
+};
+
 // --- what others read -----------------------------------------------------------------------------------------------
 
 template <class... Fields>
@@ -314,12 +321,7 @@ TEST_F(IniFiles, ChangeNothingButTheValueInTheLineOfAKey) {
 }
 
 TEST_F(IniFiles, PutANewKeyBehindTheLastOneOfItsSectionAndLayItOutAlike) {
-    struct Case {
-        const char* name;
-        std::string before;
-        std::string after;
-    };
-    const Case cases[] = {
+    const Rewriting cases[] = {
         {"last section", "[s]\na=1\n", "[s]\na=1\nk=v\n"},
         {"before what is below the last key", "[s]\na=1\n\n; t\n[t]\nb=1\n", "[s]\na=1\nk=v\n\n; t\n[t]\nb=1\n"},
         {"a section without keys", "[s]\n[t]\n", "[s]\nk=v\n[t]\n"},
@@ -334,19 +336,14 @@ TEST_F(IniFiles, PutANewKeyBehindTheLastOneOfItsSectionAndLayItOutAlike) {
         {"a section that comes again", "[s]\na=1\n[t]\n[s]\nb=1\n", "[s]\na=1\n[t]\n[s]\nb=1\nk=v\n"},
         {"a section that comes again without keys", "[s]\n[t]\n[s]\n; c\n", "[s]\n[t]\n[s]\nk=v\n; c\n"},
     };
-    for (const Case& each : cases) {
+    for (const Rewriting& each : cases) {
         SCOPED_TRACE(each.name);
         EXPECT_EQ(Changed(each.before, Setting("s", "k", "v")), each.after);
     }
 }
 
 TEST_F(IniFiles, PutANewSectionAtTheEndBehindABlankLine) {
-    struct Case {
-        const char* name;
-        std::string before;
-        std::string after;
-    };
-    const Case cases[] = {
+    const Rewriting cases[] = {
         {"nothing", "", "[s]\nk=v\n"},
         {"a mark alone", kMark, kMark + "[s]\nk=v\n"s},
         {"a key", "a=1\n", "a=1\n\n[s]\nk=v\n"},
@@ -361,19 +358,14 @@ TEST_F(IniFiles, PutANewSectionAtTheEndBehindABlankLine) {
         {"a blank line with CR LF", "a=1\r\n\r\n", "a=1\r\n\r\n[s]\r\nk=v\r\n"},
         {"layout", "[t]\n  a = 1\n", "[t]\n  a = 1\n\n[s]\n  k = v\n"},
     };
-    for (const Case& each : cases) {
+    for (const Rewriting& each : cases) {
         SCOPED_TRACE(each.name);
         EXPECT_EQ(Changed(each.before, Setting("s", "k", "v")), each.after);
     }
 }
 
 TEST_F(IniFiles, PutANewKeyWithoutASectionFirst) {
-    struct Case {
-        const char* name;
-        std::string before;
-        std::string after;
-    };
-    const Case cases[] = {
+    const Rewriting cases[] = {
         {"nothing", "", "k=v\n"},
         {"a section", "[s]\na=1\n", "k=v\n[s]\na=1\n"},
         {"a comment", "; c\n[s]\n", "k=v\n; c\n[s]\n"},
@@ -382,7 +374,7 @@ TEST_F(IniFiles, PutANewKeyWithoutASectionFirst) {
         {"others before it", "a=1\n; c\n[s]\n", "a=1\nk=v\n; c\n[s]\n"},
         {"a header without a name", "[s]\n[]\n[t]\n", "[s]\n[]\nk=v\n[t]\n"},
     };
-    for (const Case& each : cases) {
+    for (const Rewriting& each : cases) {
         SCOPED_TRACE(each.name);
         EXPECT_EQ(Changed(each.before, Setting("", "k", "v")), each.after);
         EXPECT_EQ(ValueOf(OpenIni("a.ini").get(), "", "k"), "v");
