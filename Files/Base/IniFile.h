@@ -90,16 +90,14 @@ public:
 
     /// Replaces the contents by what a text says. A document that only ever was a text is rendered anew: the lines of
     /// its keys are in their plainest form.
-    /// @param text  not kept; null is an empty one. One beyond kx::kMaxFileBytes is refused with a line on dbg_csol,
-    /// and
+    /// @param text  not kept; null is an empty one. One beyond kx::kMaxFileBytes is refused with a line on dbg_csol:
     ///              the document stays as it is.
     /// @throws std::bad_alloc; the document is then as it was, or empty.
     void SetText(const char* text);
 
     /// Writes a changed document back to its file in the save area, in one step and durably. Where that fails the file
     /// is as it was, a line on dbg_csol says why, and the document stays changed.
-    /// @return the whole document as text, released with MemoryManager::Free; lines that hold zero bytes, which only
-    /// the
+    /// @return the whole document as text, released with MemoryManager::Free. Lines that hold zero bytes, which only a
     ///         file can have, are left out. Null, with a line on dbg_csol, beyond kx::kMaxFileBytes.
     /// @throws std::bad_alloc
     char* WriteIniFile();
