@@ -11,11 +11,15 @@
 #include "Runner/Lua_Library.h"
 #include "Runner/Repl.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <unistd.h>
+#include <utility>
 
 namespace kx {
 namespace {
@@ -42,14 +46,17 @@ void DiscardUnfinished() {
     g_IniFile->Abandon();
 }
 
-/// The module leaves its document open at the end.
+/// The module leaves its document open at the end. One that there is no memory to write is no reason to lose the other
+/// files.
 void CloseIniFile() {
-    if (!g_IniFile) return;
-    MemoryManager::Free(g_IniFile->WriteIniFile());
-    bool written = !g_IniFile->m_Changed || !g_IniFile->m_pFileName;
-    if (!written) g_endFailed = true;
-    g_IniFile->Abandon();
-    MemoryManager::Free(KXTRQ_ini_close());
+    std::unique_ptr<IniFile> file(std::exchange(g_IniFile, nullptr));
+    if (!file || !file->m_pFileName) return;
+    try {
+        MemoryManager::Free(file->WriteIniFile());
+    } catch (const std::bad_alloc&) {
+        dbg_csol->Output("Failed to write file: %s (%s)\n", file->m_pFileName, std::strerror(ENOMEM));
+    }
+    if (file->m_Changed) g_endFailed = true;
 }
 
 /// Ends the module and the host: everything that is open for writing is written back, but after a failure nothing that
@@ -179,8 +186,8 @@ bool Runtime::CallChunk(int loaded, int parameters) {
     return false;
 }
 
-/// The order matters: after a failure nothing may replace a good save, neither what finalisers close nor what they
-/// open.
+/// The order matters: after a failure nothing that is half done may replace a good save, neither what was open then and
+/// finalisers close, nor what finalisers leave open.
 int Runtime::End(bool failed) {
     g_scriptFailed = failed;
     if (failed) DiscardUnfinished();

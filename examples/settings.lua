@@ -20,22 +20,26 @@ local function read_lines(name)
   return lines
 end
 
--- "section.key=value" as three texts; a key without a section has the section "".
-local function parse(parameter)
-  local name, value = parameter:match("^([^=]+)=(.*)$")
-  if not name then error('not a change: "' .. parameter .. '"; write section.key=value', 0) end
-  local section, key = name:match("^([^.]*)%.(.+)$")
-  return section or "", key or name, value
+-- "section.key" as two texts; a key without a section has the section "".
+local function split(name)
+  local section, key = name:match("^([^.]*)%.([^.].*)$")
+  if not section and name:find(".", 1, true) then error('not a name: "' .. name .. '"; write section.key', 0) end
+  return section or "", key or name
 end
 
+-- "section.key=value" sets a key, "-section.key" takes it away.
 local function change(parameter)
-  if parameter:sub(1, 1) == "-" then
-    local section, key = parse(parameter:sub(2) .. "=")
+  local name, value = parameter:match("^([^=-][^=]*)=(.*)$")
+  local gone = parameter:match("^%-([^=]+)$")
+  if not (name or gone) then error('not a change: "' .. parameter .. '"; write section.key=value', 0) end
+  local section, key = split(name or gone)
+  if name then
+    ini_write_string(section, key, value)
+  elseif ini_key_exists(section, key) == 1 then
     ini_key_delete(section, key)
-    return
+  else
+    error('there is no key "' .. gone .. '"', 0)
   end
-  local section, key, value = parse(parameter)
-  ini_write_string(section, key, value)
 end
 
 -- Numbers are written with six decimals. A text is kept as it is, line breaks, quotes and blanks included.
@@ -77,6 +81,7 @@ local function print_difference(before, after)
 end
 
 if parameter_string(1) == "reset" then
+  if parameter_count() > 2 then error('"reset" stands alone', 0) end
   print(file_delete(SETTINGS) == 1 and "The settings are the shipped ones again." or "Nothing was changed so far.")
   return
 end

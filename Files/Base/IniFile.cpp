@@ -30,8 +30,9 @@ void IniFile::Abandon() {
     m_pFileName = nullptr;
 }
 
-/// Forgets everything but the file's name.
-void IniFile::Clear() {
+/// Frees the texts that have blocks of their own.
+void IniFile::FreeTexts() {
+    if (!m_ownsTexts) return;
     for (Section* section = m_pFirst; section; section = section->m_pNext) {
         for (Key* key = section->m_pFirst; key; key = key->m_pNext) {
             if (key->m_ownsKey) KXFree(key->m_pKey);
@@ -39,6 +40,12 @@ void IniFile::Clear() {
         }
         if (section->m_ownsName) KXFree(section->m_pName);
     }
+    m_ownsTexts = false;
+}
+
+/// Forgets everything but the file's name.
+void IniFile::Clear() {
+    FreeTexts();
     m_linePool.Clear();
     m_sectionPool.Clear();
     m_keyPool.Clear();
@@ -114,15 +121,16 @@ void IniFile::SetKey(const char* section, const char* key, const char* value) {
 /// @param value  may be a part of the old one.
 void IniFile::SetValue(Key* key, const char* value) {
     size_t size = std::strlen(value) + 1;
-    bool fits = size <= std::strlen(key->m_pValue) + 1;
-    if (fits) {
+    if (size <= key->m_room) {
         std::memmove(key->m_pValue, value, size);
         return;
     }
     char* copy = KXStrDup(value);
     if (key->m_ownsValue) KXFree(key->m_pValue);
     key->m_pValue = copy;
+    key->m_room = static_cast<uint32_t>(size);
     key->m_ownsValue = true;
+    m_ownsTexts = true;
 }
 
 void IniFile::DeleteKey(const char* section, const char* key) {
@@ -158,7 +166,9 @@ void IniFile::AddKey(const char* section, const char* name, const char* value) {
 
     nameCopy.Release();
     key->m_pValue = valueCopy.Release();
+    key->m_room = static_cast<uint32_t>(std::strlen(value) + 1);
     key->m_ownsValue = true;
+    m_ownsTexts = true;
     LinkLine(owner->m_pLast ? owner->m_pLast->m_pLine : owner->m_pHeader, line);
     LinkKey(owner, key);
     AddKeyLine(key, line);
@@ -172,6 +182,7 @@ Section* IniFile::AddSection(const char* name, uint32_t hash) {
     Section* section = NewSection(copy.text, hash, true);
 
     copy.Release();
+    m_ownsTexts = true;
     if (header) LinkLine(m_pLastLine, header);
     LinkSection(section, header);
     return section;

@@ -35,7 +35,8 @@ struct Key {
     Section* m_pSection;
     IniLine* m_pLine;  ///< the last line of the key, the one that counts
     uint32_t m_hash;
-    bool m_ownsKey;  ///< a block of its own, as opposed to a part of the document's texts
+    uint32_t m_room;  ///< bytes at m_pValue
+    bool m_ownsKey;   ///< a block of its own, as opposed to a part of the document's texts
     bool m_ownsValue;
 };
 
@@ -131,7 +132,7 @@ public:
 private:
     // Loading
     void Load();
-    void ReportUnread() const;
+    void GiveUpReading(int reason);
     void Parse();
     bool NextLine(std::string_view* line);
     void ReadLine(std::string_view line);
@@ -154,7 +155,8 @@ private:
     void ReturnSection(Section* section);
     void ListSection(Section* section);
     void AddKey(const char* section, const char* name, const char* value);
-    static void SetValue(Key* key, const char* value);
+    void SetValue(Key* key, const char* value);
+    void FreeTexts();
     void LinkSection(Section* section, IniLine* header);
     void LinkKey(Section* section, Key* key);
     static void AddHeader(Section* section, IniLine* line);
@@ -180,6 +182,7 @@ private:
     Key* m_pFound = nullptr;        // that was asked for last
     char* m_pTexts = nullptr;       // the names and values of the loaded text, each with a terminator
     char* m_pTextsEnd = nullptr;
+    bool m_ownsTexts = false;      // some keys or sections have blocks of their own
     const char* m_lineEnd = "\n";  // of new lines
     bool m_hasMark = false;        // a byte order mark at the start
     bool m_anew = false;           // key lines are rendered anew, all of them

@@ -3,9 +3,14 @@
 #include "Files/Base/Limits.h"
 #include "Files/Code/Code_Error.h"
 #include "Files/IO/LoadSave.h"
+#include "Files/IO/LoadSave_Open.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
+#include <new>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -17,7 +22,19 @@ const char* FirstLineEnd(std::string_view text) {
     return windows ? "\r\n" : "\n";
 }
 
-char* AllocText(int size) {
+/// Bytes that a value gets at least: a number that is written in the place of another needs no block of its own then.
+constexpr size_t kValueRoom = 16;
+
+/// Bytes for all names and values of a text. Never more than the text itself: where a terminator comes in, a "=" or a
+/// line end goes, but for the last line, which may have none. Values may have more room than they need.
+size_t RoomForTexts(std::string_view text) {
+    auto lines = std::count(text.begin(), text.end(), '\n') + 1;
+    auto keys = std::min(lines, std::count(text.begin(), text.end(), '='));
+    return text.size() + 1 + static_cast<size_t>(keys) * kValueRoom;
+}
+
+char* AllocText(size_t size) {
+    if (size > UINT_MAX) throw std::bad_alloc();
     return static_cast<char*>(MemoryManager::Alloc(static_cast<unsigned int>(size), __FILE__, __LINE__, false));
 }
 
@@ -30,16 +47,28 @@ IniFile::IniFile(char* name, bool /*flag*/) : IniFile() {
     try {
         Load();
     } catch (const std::bad_alloc&) {
-        m_unread = ENOMEM;
+        GiveUpReading(ENOMEM);
     }
-    if (m_unread) ReportUnread();
     if (m_unreadableLines) ReportUnreadable();
 }
 
+/// A full path in the bundle means the saved file of that place, where there is one: what is written goes there. A name
+/// that the save area refuses, a link that leads outside for one, is not read from the bundle either.
 void IniFile::Load() {
-    _KXFILE* file = LoadSave::fopen(m_pFileName, "rt");
+    std::optional<std::string> place = kx::PlaceToWrite(m_pFileName);
+    if (!place) {
+        char path[kx::kMaxPath];
+        m_unread = LoadSave::_GetSaveFileName(path, sizeof path, m_pFileName);  // it says why
+        return;
+    }
+    int reason = kx::SaveArea().IsSet() ? kx::SaveArea().Contain(*place) : 0;
+    if (reason) {
+        GiveUpReading(reason);
+        return;
+    }
+    _KXFILE* file = LoadSave::fopen(place->c_str(), "rt");
     if (!file) {
-        m_unread = errno == ENOENT ? 0 : errno;
+        if (errno != ENOENT) GiveUpReading(errno);
         return;
     }
     char* text = std::exchange(file->pBuff->m_data, nullptr);
@@ -48,10 +77,10 @@ void IniFile::Load() {
     TakeText(text, size);
 }
 
-void IniFile::ReportUnread() const {
-    char path[kx::kMaxPath];
-    bool refused = m_unread == EXDEV && LoadSave::_GetSaveFileName(path, sizeof path, m_pFileName) != 0;
-    if (!refused) dbg_csol->Output("Failed to read INI file: %s (%s)\n", m_pFileName, std::strerror(m_unread));
+void IniFile::GiveUpReading(int reason) {
+    m_unread = reason;
+    const char* text = reason == EXDEV ? "it leads out of its folder" : std::strerror(reason);
+    dbg_csol->Output("Failed to read INI file: %s (%s)\n", m_pFileName, text);
 }
 
 void IniFile::SetText(const char* text) {
@@ -60,7 +89,7 @@ void IniFile::SetText(const char* text) {
         dbg_csol->Output("INI text too large: %zu MiB\n", length >> 20);
         return;
     }
-    char* copy = AllocText(static_cast<int>(length));  // before the old text goes, which it may be a part of
+    char* copy = AllocText(length);  // before the old text goes, which it may be a part of
     if (length) std::memcpy(copy, text, length);
     Clear();
     m_Changed = m_pFileName != nullptr;
@@ -81,10 +110,8 @@ void IniFile::TakeText(char* text, int size) {
 }
 
 void IniFile::Parse() {
-    // Never more than the text itself: where a terminator comes in, a "=" or a line end goes. The last line may have
-    // none.
-    m_pTextsEnd = m_pTexts = AllocText(m_Size + 1);
     std::string_view text(m_pFileBuffer, static_cast<size_t>(m_Size));
+    m_pTextsEnd = m_pTexts = AllocText(RoomForTexts(text));
     m_lineEnd = FirstLineEnd(text);
     m_hasMark = text.substr(0, kx::kByteOrderMark.size()) == kx::kByteOrderMark;
     if (m_hasMark) m_FileIndex = static_cast<int>(kx::kByteOrderMark.size());
@@ -159,8 +186,10 @@ void IniFile::ReadKey(std::string_view line, const kx::IniLineText& read) {
         m_pTextsEnd = name + length + 1;
     }
     key->m_pValue = m_pTextsEnd;
-    m_pTextsEnd += kx::ReadIniValue(read.value, m_pTextsEnd);
-    *m_pTextsEnd++ = 0;
+    size_t size = kx::ReadIniValue(read.value, key->m_pValue) + 1;
+    key->m_pValue[size - 1] = 0;
+    key->m_room = static_cast<uint32_t>(std::max(size, kValueRoom));
+    m_pTextsEnd += key->m_room;
     AddKeyLine(key, keyLine);
     LinkLine(m_pLastLine, keyLine);
 }

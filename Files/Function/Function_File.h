@@ -11,7 +11,8 @@ struct json_object;
 ///
 ///     InitFileFunctions();        // once, before scripts run: the tables are empty, the built-ins callable
 ///     …scripts run…
-///     FINALIZE_Function_File();   // once, after: binary files are closed
+///     MemoryManager::Free(KXTRQ_ini_close());   // or what was set in the open INI document is lost
+///     FINALIZE_Function_File();                 // once, after: binary files are closed
 ///
 /// @thread InitFileFunctions and FINALIZE_Function_File on the main thread while no script runs; everything else on
 ///         the script thread. The tables have no lock.
@@ -78,20 +79,19 @@ void EnsureDirectoryIsCreated(const char* _filename);
 /// The open document; null where there is none. Only the functions below replace it, and nothing closes it at the end.
 extern IniFile* g_IniFile;
 
-/// Opens a file's document in the place of the one that is open, which is written back first and gone then: the name
-/// must not be a part of it. A null or empty name does nothing at all.
+/// Opens a file's document in the place of the one that is open, which is written back first. A null or empty name does
+/// nothing at all.
 void KXTRQ_ini_open(const char* name);
 
-/// The same for a document that is a text. A null text is an empty one.
+/// The same for a document that is a text, which must not be a part of the open one. A null text is an empty one.
 void KXTRQ_ini_open_from_string(const char* text);
 
 /// Writes the open document back and closes it.
 /// @return its text, which the caller frees with MemoryManager::Free; null where none is open.
 char* KXTRQ_ini_close();
 
-/// @return the number that a key's text begins with, 0 where it begins with none; `def` where there is no such key,
-/// and,
-///         with a script error, no open document.
+/// @return the number that a key's text begins with, 0 where it begins with none; `def` where there is no such key, and
+///         where no document is open, which is a script error.
 double KXTRQ_ini_read_real(const char* section, const char* key, double def);
 
 /// Sets a key to a number with six decimals. A script error where no document is open.

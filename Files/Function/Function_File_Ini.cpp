@@ -42,8 +42,9 @@ void SetPrinted(RValue& result, const RValue* value) {
 
 void KXTRQ_ini_open(const char* name) {
     if (!name || !*name) return;
+    HostText copy(KXStrDup(name));  // it may be a part of the document that goes
     MemoryManager::Free(KXTRQ_ini_close());
-    g_IniFile = new IniFile(const_cast<char*>(name), false);
+    g_IniFile = new IniFile(copy.text, false);
 }
 
 void KXTRQ_ini_open_from_string(const char* text) {
