@@ -35,8 +35,9 @@ struct Key {
     Section* m_pSection;
     IniLine* m_pLine;  ///< the last line of the key, the one that counts
     uint32_t m_hash;
-    uint32_t m_room;  ///< bytes at m_pValue
-    bool m_ownsKey;   ///< a block of its own, as opposed to a part of the document's texts
+    uint32_t m_room;     ///< bytes at m_pValue
+    uint32_t m_valueAt;  ///< where the value begins in a line that was loaded
+    bool m_ownsKey;      ///< a block of its own, as opposed to a part of the document's texts
     bool m_ownsValue;
 };
 
@@ -167,8 +168,7 @@ private:
     void RemoveLines(IniLine* last);
 
     // Writing
-    [[nodiscard]] std::string Render() const;
-    bool Save(const std::string& text);
+    bool Save(std::string_view text);
 
     IniLine* m_pFirstLine = nullptr;
     IniLine* m_pLastLine = nullptr;

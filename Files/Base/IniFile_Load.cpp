@@ -190,6 +190,7 @@ void IniFile::ReadKey(std::string_view line, const kx::IniLineText& read) {
     key->m_pValue[size - 1] = 0;
     key->m_room = static_cast<uint32_t>(std::max(size, kValueRoom));
     m_pTextsEnd += key->m_room;
+    key->m_valueAt = static_cast<uint32_t>(read.value.data() - line.data());
     AddKeyLine(key, keyLine);
     LinkLine(m_pLastLine, keyLine);
 }

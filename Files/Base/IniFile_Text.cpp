@@ -139,17 +139,6 @@ bool NameIs(std::string_view written, std::string_view name) {
     return read == name;
 }
 
-/// @param value  without line breaks.
-bool ReadsBackAsValue(std::string_view value) {
-    if (value.empty()) return true;
-    if (IsBlank(value.front()) || IsBlank(value.back())) return false;
-    bool mayMeanAnother = value.front() == '"' || value.front() == kEscapedStart.front();
-    if (!mayMeanAnother) return true;
-    std::string read(value.size(), 0);
-    read.resize(ReadIniValue(value, read.data()));
-    return read == value;
-}
-
 bool ReadsBackAsHeader(std::string_view line, std::string_view name) {
     IniLineText read = ReadIniLine(line);
     return read.kind == IniLineText::section && NameIs(read.name, name);
@@ -161,13 +150,6 @@ bool ReadsBackAsKey(std::string_view line, std::string_view name) {
 }
 
 }  // namespace
-
-std::string_view WithoutLineEnd(std::string_view line) {
-    if (line.empty() || line.back() != '\n') return line;
-    line.remove_suffix(1);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    return line;
-}
 
 bool EndsInBlankLine(std::string_view text) {
     std::string_view contents = WithoutLineEnd(text);
@@ -196,6 +178,16 @@ size_t ReadIniValue(std::string_view written, char* out) {
     return ReadIniName(written, out);
 }
 
+bool IsPlainIniValue(std::string_view value) {
+    if (value.empty()) return true;
+    if (HasLineBreak(value) || IsBlank(value.front()) || IsBlank(value.back())) return false;
+    bool mayMeanAnother = value.front() == '"' || value.front() == kEscapedStart.front();
+    if (!mayMeanAnother) return true;
+    std::string read(value.size(), 0);
+    read.resize(ReadIniValue(value, read.data()));
+    return read == value;
+}
+
 void AppendIniHeader(std::string* out, std::string_view name) {
     size_t start = out->size();
     out->append("[").append(name).append("]");
@@ -216,10 +208,10 @@ void AppendIniName(std::string* out, std::string_view name) {
 }
 
 void AppendIniValue(std::string* out, std::string_view value) {
-    if (HasLineBreak(value)) {
-        AppendEscaped(out, value);
-    } else if (ReadsBackAsValue(value)) {
+    if (IsPlainIniValue(value)) {
         out->append(value);
+    } else if (HasLineBreak(value)) {
+        AppendEscaped(out, value);
     } else {
         out->append("\"").append(value).append("\"");
     }

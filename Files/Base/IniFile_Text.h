@@ -20,7 +20,12 @@ struct IniLineText {
 };
 
 /// A line without the LF or CR LF at its end.
-std::string_view WithoutLineEnd(std::string_view line);
+inline std::string_view WithoutLineEnd(std::string_view line) {
+    if (line.empty() || line.back() != '\n') return line;
+    line.remove_suffix(1);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    return line;
+}
 
 /// Whether the last line of a text is a blank one, or there is none.
 bool EndsInBlankLine(std::string_view text);
@@ -33,6 +38,9 @@ IniLineText ReadIniLine(std::string_view line);
 /// @return the text's length.
 size_t ReadIniName(std::string_view written, char* out);
 size_t ReadIniValue(std::string_view written, char* out);
+
+/// True for a value that is written as it is.
+bool IsPlainIniValue(std::string_view value);
 
 /// Appends "[name]", "name" or "value", as simple as it reads back.
 void AppendIniHeader(std::string* out, std::string_view name);
