@@ -2,6 +2,7 @@
 #include "bench/Comparison.h"
 
 #include <benchmark/benchmark.h>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -73,8 +74,8 @@ public:
         }
         for (const Bound& bound : Bounds()) {
             if (!Has(bound.ours)) continue;
-            std::printf("%-62s %9.1f ns %12s %7s %4.0f ns\n", bound.work, m_nanoseconds.at(bound.ours), "", "",
-                        bound.nanoseconds);
+            std::string bar = bound.nanoseconds > 0 ? std::to_string(std::lround(bound.nanoseconds)) + " ns" : "-";
+            std::printf("%-62s %9.1f ns %12s %7s %7s\n", bound.work, m_nanoseconds.at(bound.ours), "", "", bar.c_str());
         }
     }
 

@@ -18,7 +18,7 @@ struct Pair {
 /// Registers a pair for the table that the run ends with. For a static object's initialiser.
 bool Compare(const Pair& pair);
 
-/// Says that one benchmark's time is to be under a number of nanoseconds.
+/// Says that one benchmark's time is to be under a number of nanoseconds; 0 for a time that is only to be seen.
 bool Limit(const char* work, const char* ours, double nanoseconds);
 
 /// Folders of this run, removed at its end: in memory, and on a disk.

@@ -165,7 +165,7 @@ BENCHMARK(Ini_ChangeTheirs)->Unit(benchmark::kMillisecond)->UseRealTime();
 const bool g_opened =
     Compare({"40,000 keys in 2,000 sections, opened and closed / ini_parse", "Ini_OpenOurs", "Ini_OpenTheirs", 2});
 const bool g_read = Limit("one ini_read_real of the same document, from Lua", "Ini_ReadReal", 400);
-const bool g_shuffled = Limit("the same in no order", "Ini_ReadRealShuffled", 400);
+const bool g_shuffled = Limit("the same in no order", "Ini_ReadRealShuffled", 0);
 const bool g_changed = Compare({"every key of it changed and saved / the same bytes saved", "Ini_ChangeOurs/real_time",
                                 "Ini_ChangeTheirs/real_time", 3});
 
