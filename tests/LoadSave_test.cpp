@@ -499,6 +499,21 @@ TEST_F(VirtualFiles, AFailedScriptsFilesAreDiscardedButNotWhatItAppended) {
     }
 }
 
+TEST_F(VirtualFiles, AFailedOpenGivesTheSaveAreasReasonNotThatTheBundleHasNoSuchFile) {
+    std::filesystem::create_directory(Save("folder"));
+    std::filesystem::create_symlink(Outside(), Save("link"));
+    struct Case {
+        const char* name;
+        int reason;
+    };
+    for (const Case& each :
+         {Case{"folder", EISDIR}, Case{"link", EXDEV}, Case{"missing", ENOENT}, Case{"../x", EXDEV}}) {
+        SCOPED_TRACE(each.name);
+        EXPECT_EQ(LoadSave::fopen(each.name, "rt"), nullptr);
+        EXPECT_EQ(errno, each.reason);
+    }
+}
+
 // --- whole files ---------------------------------------------------------------------------------------------------
 
 TEST_F(VirtualFiles, WholeFilesAreWritten) {
