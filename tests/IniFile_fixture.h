@@ -6,6 +6,7 @@
 #include "tests/support/Areas.h"
 #include "tests/support/Console.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -49,12 +50,31 @@ inline std::string ValueOf(IniFile* ini, const char* section, const char* key) {
     return found ? found->m_pValue : "(none)";
 }
 
+using Change = std::function<void(IniFile*)>;
+
 /// Areas of its own, a console that is watched, and files that are whole but not synced.
 class IniFilesTest : public AreasTest {
 protected:
     void SetUp() override {
         AreasTest::SetUp();
         LoadSave::SetDurability(Durability::none);
+    }
+
+    /// What a file with these contents says.
+    IniContents Reading(const std::string& contents) {
+        WriteWholeFile(Save("a.ini"), contents);
+        return ContentsOf(*OpenIni("a.ini"));
+    }
+
+    /// The file after a change of its document.
+    std::string Changed(const std::string& contents, const Change& change) {
+        WriteWholeFile(Save("a.ini"), contents);
+        std::unique_ptr<IniFile> ini = OpenIni("a.ini");
+        change(ini.get());
+        std::string text = WrittenText(ini.get());
+        EXPECT_FALSE(ini->m_Changed);
+        EXPECT_EQ(ReadWholeFile(Save("a.ini")), text);
+        return text;
     }
 
     CapturingConsole m_console;
