@@ -66,8 +66,9 @@ private:
 
     /// Makes room for more, and for a terminator.
     void Grow(size_t more) {
-        size_t room = std::max(m_size + more, m_room * 2);
-        if (room >= UINT_MAX) throw std::bad_alloc();
+        constexpr size_t kMost = UINT_MAX - 1;
+        if (more > kMost - m_size) throw std::bad_alloc();
+        size_t room = std::max(m_size + more, m_room > kMost / 2 ? kMost : m_room * 2);
         auto size = static_cast<unsigned int>(room + 1);
         m_out.text = static_cast<char*>(MemoryManager::ReAlloc(m_out.text, size, __FILE__, __LINE__, false));
         m_room = room;
