@@ -252,22 +252,6 @@ TEST_F(Kxrun, AScriptThatFailsLeavesItsIniFileAsItWas) {
     EXPECT_EQ(ReadWholeFile(Save() / "settings.ini"), "[a]\nk=good\n");
 }
 
-TEST_F(Kxrun, AnIniFileThatDoesNotFitIntoMemoryAtTheEndCostsNoOtherFile) {
-    WriteWholeFile(Folder("script.lua"),
-                   "local f = file_text_open_write('t.txt') file_text_write_string(f, 'precious')\n"
-                   "ini_open('a.ini') ini_write_string('a', 'k', ('x'):rep(150000000))\n"
-                   "collectgarbage()");
-    std::string command = std::string("ulimit -v 600000; exec '") + KXRUN + "' --save '" + Save().string() + "' '" +
-                          Folder("script.lua").string() + "' 2> '" + Folder("errors").string() + "'";
-
-    int status = std::system(command.c_str());
-
-    EXPECT_EQ(WEXITSTATUS(status), 1);
-    EXPECT_EQ(ReadWholeFile(Save() / "t.txt"), "precious");
-    EXPECT_NE(ReadWholeFile(Folder("errors")).find("Failed to write file: a.ini (Cannot allocate memory)"),
-              std::string::npos);
-}
-
 TEST_F(Kxrun, AnIniFileThatCannotBeWrittenAtTheEndIsStatusOne) {
     std::filesystem::create_directories(Save() / "settings.ini");
 
@@ -360,6 +344,22 @@ TEST_F(Kxrun, ArgumentsThatDoNotFitIntoMemoryAreAScriptError) {
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0);
 
     EXPECT_NE(ReadWholeFile(Folder("out")).find("file_exists: not enough memory"), std::string::npos);
+}
+
+TEST_F(Kxrun, AnIniFileThatDoesNotFitIntoMemoryAtTheEndCostsNoOtherFile) {
+    WriteWholeFile(Folder("script.lua"),
+                   "local f = file_text_open_write('t.txt') file_text_write_string(f, 'precious')\n"
+                   "ini_open('a.ini') ini_write_string('a', 'k', ('x'):rep(150000000))\n"
+                   "collectgarbage()");
+    std::string command = std::string("ulimit -v 600000; exec '") + KXRUN + "' --save '" + Save().string() + "' '" +
+                          Folder("script.lua").string() + "' 2> '" + Folder("errors").string() + "'";
+
+    int status = std::system(command.c_str());
+
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(ReadWholeFile(Save() / "t.txt"), "precious");
+    EXPECT_NE(ReadWholeFile(Folder("errors")).find("Failed to write file: a.ini (Cannot allocate memory)"),
+              std::string::npos);
 }
 
 /// Whichever allocation it is that fails: those of the C++ library's own containers throw too.
