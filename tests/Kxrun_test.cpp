@@ -351,7 +351,7 @@ TEST_F(Kxrun, AnIniFileThatDoesNotFitIntoMemoryAtTheEndCostsNoOtherFile) {
                    "local f = file_text_open_write('t.txt') file_text_write_string(f, 'precious')\n"
                    "ini_open('a.ini') ini_write_string('a', 'k', ('x'):rep(150000000))\n"
                    "collectgarbage()");
-    std::string command = std::string("ulimit -v 600000; exec '") + KXRUN + "' --save '" + Save().string() + "' '" +
+    std::string command = std::string("ulimit -v 500000; exec '") + KXRUN + "' --save '" + Save().string() + "' '" +
                           Folder("script.lua").string() + "' 2> '" + Folder("errors").string() + "'";
 
     int status = std::system(command.c_str());
