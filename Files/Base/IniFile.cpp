@@ -72,7 +72,8 @@ uint32_t IniFile::HashOf(std::string_view name) {
 
 /// It goes by the section too, so that the keys of one name in many sections do not fall together.
 uint32_t IniFile::HashOf(uint32_t sectionHash, std::string_view key) {
-    return HashOf(key) ^ sectionHash * 0x9E3779B1u;
+    constexpr uint32_t kSpread = 0x9E3779B1;  // odd, so that no two sections come to the same
+    return HashOf(key) ^ sectionHash * kSpread;
 }
 
 Section* IniFile::FindSection(std::string_view name, uint32_t hash) const {

@@ -5,7 +5,6 @@
 #include "Files/Base/Pool.h"
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 /// INI documents that lose nothing.
