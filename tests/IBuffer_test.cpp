@@ -2,6 +2,8 @@
 #include "Files/Buffer/Buffer_Standard.h"
 
 #include "Files/Base/Limits.h"
+#include "Platform/MemoryManager.h"
+#include "tests/support/Console.h"
 
 #include <climits>
 #include <gtest/gtest.h>
@@ -99,6 +101,125 @@ TEST(Buffer, TruncateOnlyCuts) {
     buffer.Truncate(2);
     EXPECT_EQ(Contents(buffer), "ab");
     EXPECT_EQ(buffer.m_data[2], 0);
+}
+
+// --- copying into one -----------------------------------------------------------------------------------------------
+
+struct CopyCase {
+    const char* name;
+    int from, count, offset;
+    bool grow;
+    int position;  // that is given
+    std::string contents;
+};
+
+TEST(Buffer, CopiesAPartOfMemoryToAnOffset) {
+    const CopyCase cases[] = {
+        {"all of it", 0, -1, 0, true, 5, "helloz"},
+        {"from the third byte on", 2, -1, 0, true, 3, "lloxyz"},
+        {"two bytes", 1, 2, 0, true, 2, "elwxyz"},
+        {"more than there are", 3, 100, 0, true, 2, "lowxyz"},
+        {"none", 0, 0, 1, true, 1, "uvwxyz"},
+        {"over the end", 0, -1, 4, true, 9, "uvwxhello"},
+        {"beyond the end, over a gap of zeros", 0, -1, 8, true, 13, std::string("uvwxyz\0\0hello", 13)},
+        {"within, where it must not grow", 0, -1, 1, false, 6, "uhello"},
+        {"over the end, where it must not grow", 0, -1, 2, false, 2, "uvwxyz"},
+        {"from after the end", 5, -1, 0, true, 0, "uvwxyz"},
+        {"from before the start", -1, -1, 0, true, 0, "uvwxyz"},
+        {"to before the start", 0, -1, -1, true, -1, "uvwxyz"},
+        {"to where no file ends", 0, -1, kMaxFileBytes - 2, true, kMaxFileBytes - 2, "uvwxyz"},
+    };
+    for (const CopyCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        Buffer_Standard buffer(0, eBuffer_Format_Grow, 1);
+        buffer.Write("uvwxyz", 6);
+        buffer.Seek(eBuffer_Start, 4);
+
+        int position = IBuffer::CopyMemoryToBuffer(&buffer, reinterpret_cast<const unsigned char*>("hello"), 5, c.from,
+                                                   c.count, c.offset, c.grow, false, false);
+
+        EXPECT_EQ(position, c.position);
+        EXPECT_EQ(Contents(buffer), c.contents);
+        EXPECT_EQ(buffer.m_position, 4);  // it stays
+    }
+}
+
+TEST(Buffer, CopiesNothingFromNowhere) {
+    Buffer_Standard buffer(3, eBuffer_Format_Grow, 1);
+
+    EXPECT_EQ(IBuffer::CopyMemoryToBuffer(&buffer, nullptr, 0, 0, -1, 2, true, false, false), 2);
+
+    EXPECT_EQ(buffer.m_size, 3);
+}
+
+// --- the table ------------------------------------------------------------------------------------------------------
+
+TEST(BufferTable, KnowsABufferByItsIndexUntilItIsFreed) {
+    int index = CreateBuffer(10, eBuffer_Format_Grow, 1);
+
+    EXPECT_GE(index, 1);
+    ASSERT_NE(GetIBuffer(index), nullptr);
+    EXPECT_EQ(GetIBuffer(index)->m_size, 10);
+    FreeBuffer(index);
+    EXPECT_EQ(GetIBuffer(index), nullptr);
+    FreeBuffer(index);  // once is enough
+}
+
+TEST(BufferTable, HasNothingWhereNoIndexIs) {
+    for (int index : {0, -1, INT_MIN, INT_MAX, 1 << 20}) {
+        EXPECT_EQ(GetIBuffer(index), nullptr) << index;
+        FreeBuffer(index);
+    }
+}
+
+TEST(BufferTable, ALaterBufferOfAnIndexHasAnotherSerial) {
+    int first = CreateBuffer(0, eBuffer_Format_Grow, 1);
+    uint64_t serial = GetIBuffer(first)->m_serial;
+    FreeBuffer(first);
+
+    int second = CreateBuffer(0, eBuffer_Format_Grow, 1);
+
+    EXPECT_EQ(second, first);
+    EXPECT_NE(GetIBuffer(second)->m_serial, serial);
+    FreeBuffer(second);
+}
+
+TEST(BufferTable, ABufferThatIsInUseIsFreedByItsLastUser) {
+    long long blocks = MemoryManager::Stats().blocks;
+    int index = CreateBuffer(100, eBuffer_Format_Grow, 1);
+    IBuffer* buffer = GetIBuffer(index);
+    buffer->AddRefCount();
+    buffer->AddRefCount();
+
+    FreeBuffer(index);
+
+    EXPECT_EQ(GetIBuffer(index), nullptr);  // for scripts it is gone
+    EXPECT_EQ(buffer->m_size, 100);
+    buffer->DecRefCount();
+    EXPECT_EQ(MemoryManager::Stats().blocks, blocks + 1);
+    buffer->DecRefCount();
+    EXPECT_EQ(MemoryManager::Stats().blocks, blocks);
+}
+
+TEST(BufferTable, ABufferOfTheScriptsIsNotFreedByItsUsers) {
+    int index = CreateBuffer(1, eBuffer_Format_Grow, 1);
+    GetIBuffer(index)->AddRefCount();
+
+    GetIBuffer(index)->DecRefCount();
+
+    EXPECT_NE(GetIBuffer(index), nullptr);
+    FreeBuffer(index);
+}
+
+TEST(BufferTable, ACountBelowZeroIsSaid) {
+    CapturingConsole console;
+    int index = CreateBuffer(1, eBuffer_Format_Grow, 1);
+
+    GetIBuffer(index)->DecRefCount();
+
+    EXPECT_EQ(console.Take(), "Decrementing buffer ref count to less than zero\n");
+    EXPECT_EQ(GetIBuffer(index)->m_refCount, -1);
+    FreeBuffer(index);
 }
 
 }  // namespace

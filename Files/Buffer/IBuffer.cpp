@@ -51,6 +51,28 @@ void IBuffer::Truncate(int size) {
     m_data[m_size] = 0;
 }
 
+int IBuffer::CopyMemoryToBuffer(IBuffer* buffer, const unsigned char* data, int length, int from, int count, int offset,
+                                bool grow, bool /*reserved1*/, bool /*reserved2*/) {
+    bool inside = data && from >= 0 && from < length && offset >= 0;
+    if (!inside) return offset;
+    int all = length - from;
+    int wanted = count < 0 || count > all ? all : count;
+    bool fits = grow || static_cast<long long>(offset) + wanted <= buffer->m_size;
+    if (!fits) return offset;
+
+    int position = buffer->m_position;
+    buffer->m_position = offset;
+    bool written = false;
+    try {
+        written = buffer->Write(data + from, wanted);
+    } catch (...) {
+        buffer->m_position = position;
+        throw;
+    }
+    buffer->m_position = position;
+    return written ? offset + wanted : offset;
+}
+
 bool IBuffer::Reserve(int size) {
     if (size <= m_allocated) return true;
     if (m_format != eBuffer_Format_Grow) return false;

@@ -225,6 +225,16 @@ bool CDS_Map::Add(const RValue* key, const RValue* value) {
     return true;
 }
 
+bool CDS_Map::Take(RValueOwner* key, RValueOwner* value) {
+    unsigned int id = HashOf(key->value);
+    if (NodeOf(&key->value, id)) return false;
+    if (m_table.m_Count > m_table.m_HashingMask) Grow();
+    Node* node = NewNode();
+    *node->m_pObj = {std::exchange(key->value, RValue{}), std::exchange(value->value, RValue{})};
+    Link(node, id);
+    return true;
+}
+
 void CDS_Map::Set(const RValue* key, const RValue* value) {
     unsigned int id = HashOf(*key);
     if (Node* node = NodeOf(key, id)) {
@@ -365,13 +375,18 @@ void CDS_Map::Insert(const RValue* key, const RValue* value, unsigned int id) {
     Node* node = NewNode();
     COPY_RValue(&node->m_pObj->key, key);
     COPY_RValue(&node->m_pObj->value, value);
+    Link(node, id);
+}
+
+/// Puts a node that has its entry into the table.
+void CDS_Map::Link(Node* node, unsigned int id) {
     node->m_ID = id;
     unsigned int bucket = id & static_cast<unsigned int>(m_table.m_HashingMask);
     Append(&m_table.m_pHashingTable[bucket], node);
     m_firstUsed = std::min(m_firstUsed, static_cast<int>(bucket));
     ++m_table.m_Count;
     ++m_changes;
-    if (m_texts && IsText(*key)) OrderText(node);
+    if (m_texts && IsText(node->m_pObj->key)) OrderText(node);
 }
 
 void CDS_Map::OrderText(Node* node) {

@@ -78,6 +78,9 @@ public:
     /// @throws std::bad_alloc; the map is then as it was.
     bool Add(const RValue* key, const RValue* value);
 
+    /// The same, but without copies: the entry's owners give up what they hold where it is added.
+    bool Take(RValueOwner* key, RValueOwner* value);
+
     /// Adds a copy of an entry, or replaces the value of that key.
     /// @throws std::bad_alloc; the map is then as it was.
     void Set(const RValue* key, const RValue* value);
@@ -113,6 +116,7 @@ private:
     HashNode<MapStore>* NodeOf(const RValue* key, unsigned int id) const;
     HashNode<MapStore>* FirstFrom(int bucket) const;
     void Insert(const RValue* key, const RValue* value, unsigned int id);
+    void Link(HashNode<MapStore>* node, unsigned int id);
     HashNode<MapStore>* NewNode();
     void AddSlab(int size);
     void ReleaseNode(HashNode<MapStore>* node);
@@ -245,6 +249,10 @@ void FreeDsMap(int index);
 void FreeDsList(int index);
 void FreeDsGrid(int index);
 
+/// @return the serial of the map of an index; 0 where there is none.
+/// @thread any; takes the lock itself.
+uint64_t SerialOfDsMap(int index);
+
 /// Frees the map or list that a value refers to, with every map and list that it leads to through maps and lists, in a
 /// circle too. Nothing happens for a value that refers to none.
 void FreeDsTree(const RValue* reference);
@@ -299,4 +307,17 @@ public:
     DS_AutoMutex(const DS_AutoMutex&) = delete;
     DS_AutoMutex& operator=(const DS_AutoMutex&) = delete;
     ~DS_AutoMutex();
+};
+
+/// The opposite, for whoever waits for another thread: this one holds the lock no more, however often it has taken it,
+/// as long as this lives. A finaliser of a script may wait in the middle of anything.
+class DS_AutoRelease {
+public:
+    DS_AutoRelease();
+    DS_AutoRelease(const DS_AutoRelease&) = delete;
+    DS_AutoRelease& operator=(const DS_AutoRelease&) = delete;
+    ~DS_AutoRelease();
+
+private:
+    int m_holds;
 };

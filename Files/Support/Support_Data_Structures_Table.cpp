@@ -1,12 +1,12 @@
 // The tables that scripts find maps, lists and grids in, their lock, and whole trees.
+#include "Files/Support/Support_Data_Structures_Table.h"
 #include "Files/Base/Limits.h"
 #include "Files/Code/Code_Function.h"
-#include "Files/Support/Support_Data_Structures.h"
-#include "Platform/MemoryManager.h"
 
 #include <cstdarg>
 #include <mutex>
 #include <new>
+#include <utility>
 
 DS_Table<CDS_Map> themaps;
 DS_Table<CDS_List> thelists;
@@ -18,13 +18,26 @@ namespace {
 /// The one lock. A thread that holds it takes it again by counting.
 class Lock {
 public:
-    static void Take() {
-        if (t_holds++ == 0) Mutex().lock();
+    static void Take(int holds = 1) {
+        t_holds += holds;
+        if (t_holds > holds || holds == 0) return;
+        // Whoever has it lets it go soon: longer than that takes only being put to sleep and woken.
+        for (int i = 0; i < kTries; ++i) {
+            if (Mutex().try_lock()) return;
+        }
+        Mutex().lock();
     }
     static void Release() {
         if (--t_holds == 0) Mutex().unlock();
     }
     static int Holds() { return t_holds; }
+
+    /// @return how often this thread has held it.
+    static int ReleaseAll() {
+        int holds = std::exchange(t_holds, 0);
+        if (holds > 0) Mutex().unlock();
+        return holds;
+    }
 
 private:
     static std::mutex& Mutex() {
@@ -32,45 +45,17 @@ private:
         return *mutex;
     }
 
+    static constexpr int kTries = 200;
+
     static thread_local int t_holds;
 };
 
 thread_local int Lock::t_holds = 0;
 
 template <class Container>
-int FindFreeIndex(DS_Table<Container>& table) {
-    DS_AutoMutex lock;
-    if (!table.arr) {
-        table.arr = static_cast<Container**>(MemoryManager::Reserve(kx::kMaxContainers * sizeof(Container*)));
-        table.length = 1;
-    }
-    bool unused = table.m_handedOut && !table.arr[table.m_handedOut];
-    if (unused) return table.m_handedOut;
-    if (!table.m_free.empty()) {
-        table.m_handedOut = table.m_free.back();
-        table.m_free.pop_back();
-    } else {
-        if (table.length >= kx::kMaxContainers) throw std::bad_alloc();
-        auto indices = static_cast<size_t>(table.length);
-        if (table.m_free.capacity() <= indices) table.m_free.reserve(indices * 2 + 1);  // freeing must not fail
-        table.m_handedOut = table.length++;
-    }
-    return table.m_handedOut;
-}
-
-template <class Container>
-Container* TakeOut(DS_Table<Container>& table, int index) {
-    if (index < 1 || index >= table.length || !table.arr[index]) return nullptr;
-    if (index != table.m_handedOut) table.m_free.push_back(index);  // that one comes next anyway
-    Container* container = table.arr[index];
-    table.arr[index] = nullptr;
-    return container;
-}
-
-template <class Container>
 void Free(DS_Table<Container>& table, int index) {
     DS_AutoMutex lock;
-    delete TakeOut(table, index);
+    delete kx::TakeOut(table, index);
 }
 
 /// The index in a reference of one kind, 0 in any other value.
@@ -101,9 +86,9 @@ public:
 
     void Add(const RValue& value) {
         if (DsMapOf(&value)) {
-            Add(TakeOut(themaps, static_cast<int>(value.real)));
+            Add(kx::TakeOut(themaps, static_cast<int>(value.real)));
         } else if (DsListOf(&value)) {
-            Add(TakeOut(thelists, static_cast<int>(value.real)));
+            Add(kx::TakeOut(thelists, static_cast<int>(value.real)));
         }
     }
 
@@ -143,17 +128,17 @@ private:
 }  // namespace
 
 int FindFreeDsMapIndex() {
-    int index = FindFreeIndex(themaps);
+    int index = kx::FindFreeIndex(themaps);
     mapnumb = themaps.length;
     return index;
 }
 
 int FindFreeDsListIndex() {
-    return FindFreeIndex(thelists);
+    return kx::FindFreeIndex(thelists);
 }
 
 int FindFreeDsGridIndex() {
-    return FindFreeIndex(thegrids);
+    return kx::FindFreeIndex(thegrids);
 }
 
 void FreeDsMap(int index) {
@@ -166,6 +151,12 @@ void FreeDsList(int index) {
 
 void FreeDsGrid(int index) {
     Free(thegrids, index);
+}
+
+uint64_t SerialOfDsMap(int index) {
+    DS_AutoMutex lock;
+    const CDS_Map* map = index >= 1 && index < themaps.length ? themaps.arr[index] : nullptr;
+    return map ? map->m_serial : 0;
 }
 
 CDS_Map* DsMapOf(const RValue* reference) {
@@ -194,25 +185,26 @@ void FreeDsTree(CDS_List* list) {
 }
 
 int CreateDsMap(int count, ...) {
-    DS_AutoMutex lock;
-    DS_Owner<CDS_Map> map;
+    DS_Owner<CDS_Map> map;  // nobody else has it yet
+    map->Reserve(count);
     va_list entries;
     va_start(entries, count);
     try {
         for (int i = 0; i < count; ++i) {
             RValueOwner key;
             RValueOwner value;
-            KXCreateString(&key.value, va_arg(entries, const char*));
+            KXSetString(&key.value, va_arg(entries, const char*));
             value.value.real = va_arg(entries, double);
             const char* text = va_arg(entries, const char*);
             if (text) KXCreateString(&value.value, text);
-            map->Set(&key.value, &value.value);
+            if (!map->Take(&key, &value)) map->Set(&key.value, &value.value);
         }
     } catch (...) {
         va_end(entries);
         throw;
     }
     va_end(entries);
+    DS_AutoMutex lock;
     int index = FindFreeDsMapIndex();
     themaps.arr[index] = map.Release();
     return index;
@@ -225,4 +217,10 @@ DS_AutoMutex::DS_AutoMutex() {
 
 DS_AutoMutex::~DS_AutoMutex() {
     Lock::Release();
+}
+
+DS_AutoRelease::DS_AutoRelease() : m_holds(Lock::ReleaseAll()) {}
+
+DS_AutoRelease::~DS_AutoRelease() {
+    Lock::Take(m_holds);
 }
