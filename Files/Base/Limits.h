@@ -20,7 +20,7 @@ constexpr int kMaxParameters = 100;
 /// Arguments of one call of a built-in.
 constexpr int kMaxCallArguments = 16;
 
-/// Maps, lists or grids at a time, for each of the three: the room that their tables reserve.
+/// Maps, lists, grids or buffers at a time, for each of the four: the room that their tables reserve.
 constexpr int kMaxContainers = sizeof(void*) > 4 ? 1 << 24 : 1 << 20;
 
 /// Containers inside one another that one walk over a value follows before it gives up.
@@ -39,6 +39,28 @@ constexpr unsigned int kMaxJsonText = (1u << 30) - 64;
 
 /// Tables inside one another that cross between Lua and a built-in.
 constexpr int kMaxTableNesting = 200;
+
+/// The body of an HTTP answer after decompression, bytes: more than any game's data file, less than the address space
+/// of a 32-bit target.
+constexpr int kMaxHttpResponse = 256 << 20;
+
+/// The header of an HTTP answer with all its redirects and interim answers: fields, and bytes.
+constexpr int kMaxHttpHeaders = 2000;
+constexpr int kMaxHttpHeaderBytes = 256 << 10;
+
+/// What a request may ask with, bytes: the method, the URL, and all header lines. Servers accept less.
+constexpr int kMaxHttpMethod = 64;
+constexpr int kMaxHttpUrl = 64 << 10;
+constexpr int kMaxHttpRequestHeaderBytes = 256 << 10;
+
+/// Bytes that an HTTP transfer has to get on within the time of a stall.
+constexpr int kMinHttpProgress = 1024;
+
+/// Awaits inside one another, in handlers of events, that handle other events meanwhile: Lua has room for some 200.
+constexpr int kMaxNestedAwaits = 16;
+
+/// HTTP transfers at a time; the rest wait for their turn.
+constexpr int kMaxHttpTransfers = 64;
 
 /// Times that one system call is taken up again after a passing failure (a path that was renamed under it).
 constexpr int kMaxRetries = 64;

@@ -17,8 +17,6 @@
 #include <string_view>
 #include <utility>
 
-HTTP_REQ_CONTEXT* g_pHttpHead = nullptr;
-
 using kx::Area;
 using kx::BundleArea;
 using kx::Descriptor;

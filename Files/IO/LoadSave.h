@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Files/Base/Limits.h"
 #include "Files/Buffer/Buffer_Standard.h"
 #include "Platform/Platform_File.h"
 
+#include <cstdint>
 #include <cstdio>
 
 /// Files as scripts see them: two areas and virtual files.
@@ -24,7 +26,6 @@
 /// Wrong: opening a path that the module resolved with the standard fopen for writing. It cuts the old file first.
 
 struct ASYNC_SAVE_LOAD_REQ_CONTEXT;
-struct HTTP_REQ_CONTEXT;
 
 /// A virtual file.
 struct _KXFILE {
@@ -42,8 +43,74 @@ struct _KXFILE {
 };
 typedef _KXFILE* HKXFILE;
 
-/// Head of the host's list of HTTP requests.
+/// An HTTP request, as its completion callback finds it. The host owns it and what it points to, but the user data.
+struct HTTP_REQ_CONTEXT {
+    const char* m_response;  ///< m_responseLength bytes, no terminator; null after a failure, never for an answer
+    void* m_userData;        ///< the caller's
+    const char* m_url;       ///< as it was given
+    int m_id;
+    int m_status;           ///< of the last answer whose status line came; 0 where none has
+    int m_responseHeaders;  ///< index of a map: names in lower case, texts, those of one name joined by ", "
+    int m_responseLength;
+
+    // What the host adds: its list, newest first.
+    HTTP_REQ_CONTEXT* m_next;
+    HTTP_REQ_CONTEXT* m_previous;
+};
+
+/// Called once for each request, when it has ended, on the transport's thread, which does nothing else meanwhile.
+/// @param map  set to the index of the event's map, which the event then owns; -1 before.
+/// @return the type of the event to post.
+typedef int (*HTTP_COMPLETION)(HTTP_REQ_CONTEXT* context, void* unused, int* map);
+
+/// Called after the completion callback, to release the user data; null for none.
+typedef void (*HTTP_CLEANUP)(HTTP_REQ_CONTEXT* context);
+
+/// Head of the host's list of HTTP requests whose events have not been taken, for debuggers. The host does not depend
+/// on it.
 extern HTTP_REQ_CONTEXT* g_pHttpHead;
+
+/// The id of the next request. The host advances it.
+extern int g_HTTP_ID;
+
+/// Set by the first request that a script asks for: before that the host need not look for events.
+extern bool g_fHttpOutput;
+
+/// An asynchronous event.
+struct ASYNC_EVENT {
+    int m_type;     ///< what the completion callback returned, EVENT_OTHER_WEB_ASYNC from the module's
+    int m_map;      ///< what it stored: the index of the event's map; -1 where there was no memory for one
+    int m_headers;  ///< index of the map of the answer's header fields; -1 where there was no memory for one
+    int m_request;  ///< the id
+
+    // What the host adds: whether the two maps are still those.
+    uint64_t m_mapSerial;
+    uint64_t m_headersSerial;
+};
+
+constexpr int EVENT_OTHER_WEB_ASYNC = 62;
+
+namespace kx {
+
+/// What requests may take. Milliseconds, 0 for no limit.
+struct HttpOptions {
+    int connect = 30 * 1000;               ///< from the start to the end of the TLS handshake
+    int stall = 60 * 1000;                 ///< in which fewer than kx::kMinHttpProgress bytes come or go
+    int total = 0;                         ///< from the start, redirects included; waiting for a turn does not count
+    int responseBytes = kMaxHttpResponse;  ///< after decompression
+    int redirects = 10;
+    int connectionsPerHost = 16;
+};
+
+/// How far the requests in flight are.
+struct HttpProgress {
+    int requests;
+    long long received;  ///< bytes of their bodies so far, before decompression
+    long long expected;  ///< bytes of their bodies in all; -1 where a length is not known
+    long long ever;      ///< bytes of all bodies since the start
+};
+
+}  // namespace kx
 
 /// Static operations only.
 /// Handles may be null everywhere: a null file is at its end, takes nothing and gives nothing.
@@ -165,6 +232,62 @@ public:
     /// Gives up what was written to a file since its open: the close leaves the file on disk as it was. Null-safe.
     static void Abandon(_KXFILE* file);
 
+    // --- HTTP ------------------------------------------------------------------------------------------------------
+    //
+    // Requests run on a thread of their own, which the first one starts. Only http and https, certificates verified
+    // (the system's store, or $CURL_CA_BUNDLE, $SSL_CERT_FILE, $SSL_CERT_DIR), proxies from the usual environment
+    // variables, compressed answers decoded. Up to ten redirects are followed, none from https to http; to another
+    // origin only Accept*, Content-Type, User-Agent and Range go along. A request fails where the answer does not come,
+    // breaks off, breaks the protocol or exceeds a limit: the callback then gets a null response of length 0, and a
+    // line on dbg_csol says why. A status such as 404 is an answer.
+    //
+    // What is given is copied. Invalid URLs, methods and header lines are requests that fail, not errors here.
+    // @throws std::bad_alloc; nothing is started then.
+    // @thread script
+
+    /// Starts a GET.
+    /// @param timeout   milliseconds that it may take in all, -1 for the options' limit.
+    /// @param userData  the callbacks' own; never touched here.
+    static void HTTP_Get(const char* url, int timeout, HTTP_COMPLETION completion, HTTP_CLEANUP cleanup,
+                         void* userData);
+
+    /// Starts a POST of a text, as application/x-www-form-urlencoded.
+    static void HTTP_Post(const char* url, const char* body, HTTP_COMPLETION completion, HTTP_CLEANUP cleanup,
+                          void* userData);
+
+    /// Starts a request.
+    /// @param headers  lines "Name: value\r\n", or null. A "Content-Length" line from 0 to the body's length shortens
+    ///                 the body; otherwise lines that would frame it are left out, the right one is sent.
+    /// @param body     null for none.
+    /// @param length   the body's bytes; -1 for a terminated text. Below that the request fails.
+    static void HTTP_Request(const char* url, const char* method, const char* headers, const char* body,
+                             HTTP_COMPLETION completion, HTTP_CLEANUP cleanup, void* userData, int length);
+
+    /// For the requests that are made from now on.
+    /// @return 0, or EINVAL for a number below 0, or no connection at all; the options are then as they were.
+    static int SetHttpOptions(const kx::HttpOptions& options);
+
+    /// Takes the next event of a finished request, in the order in which they finished.
+    /// @param milliseconds  to wait for it; -1 for as long as it takes.
+    /// @param event         set to what the caller owns then and gives back to ReleaseEvent.
+    /// @return false where none has come in time, where no request is in flight, and after InterruptEvents.
+    static bool NextEvent(int milliseconds, ASYNC_EVENT* event);
+
+    /// Frees an event's map and its map of header fields, unless they have been freed already.
+    static void ReleaseEvent(const ASYNC_EVENT& event);
+
+    /// Makes the NextEvent that waits, or else the next one, return at once.
+    /// @thread any, and signal handlers
+    static void InterruptEvents();
+
+    /// @return requests whose events have not been taken; whether one of an id is among them. It is found at once
+    ///         where it is one of the newest or one of the oldest.
+    static int RequestsInFlight();
+    static bool IsInFlight(int request);
+
+    /// @thread any
+    static kx::HttpProgress Progress();
+
     // --- the end ---------------------------------------------------------------------------------------------------
 
     /// Whether replaced files are on the disk when a close returns (the default), or only whole.
@@ -174,8 +297,9 @@ public:
     /// named on dbg_csol. Files open for appending are still written back.
     static void DiscardUnfinished();
 
-    /// Writes back every virtual file that is still open for writing; KXError names each that fails. Handles stay valid
-    /// for fclose, which then writes nothing.
+    /// Ends the requests in flight, each as one that failed, frees the events that nobody has taken, and writes back
+    /// every virtual file that is still open for writing; KXError names each that fails. Handles stay valid for fclose,
+    /// which then writes nothing.
     static void Shutdown();
 
 private:

@@ -3,7 +3,7 @@
 
 #include "Files/Base/Registry.h"
 #include "Files/Code/Code_Error.h"
-#include "Files/IO/LoadSave.h"
+#include "Files/IO/LoadSave_HttpRequest.h"
 #include "Platform/MemoryManager.h"
 
 #include <cstring>
@@ -256,6 +256,7 @@ void LoadSave::DiscardUnfinished() {
 }
 
 void LoadSave::Shutdown() {
+    kx::EndHttp();
     for (_KXFILE* file : AllOpenFiles()) {
         WriteBack(file);
         file->writeBack = false;
