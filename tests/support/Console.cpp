@@ -19,10 +19,12 @@ void CapturingConsole::Output(const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_text += text;
 }
 
 std::string CapturingConsole::Take() {
+    std::lock_guard<std::mutex> lock(m_mutex);
     return std::exchange(m_text, std::string());
 }
 

@@ -2,11 +2,12 @@
 
 #include "Files/Code/Code_Error.h"
 
+#include <mutex>
 #include <string>
 
 namespace kx::test {
 
-/// Takes the debug console's place and keeps what is written to it, until it goes out of scope.
+/// Takes the debug console's place and keeps what is written to it, by any thread, until it goes out of scope.
 class CapturingConsole : public IConsole {
 public:
     CapturingConsole();
@@ -21,7 +22,8 @@ public:
 
 private:
     IConsole* m_before;
-    std::string m_text;
+    std::mutex m_mutex;
+    std::string m_text;  // under the mutex
 };
 
 /// The pending script error, which is cleared; empty where there is none.
