@@ -131,6 +131,14 @@ void F_IniSectionExists(RValue& result, CInstance* self, CInstance* other, int a
 void F_IniKeyDelete(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_IniSectionDelete(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 
+// HTTP
+void F_HttpPostString(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_HttpGet(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_HttpGetFile(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_HttpRequest(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_HttpGetRequestCrossOrigin(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_HttpSetRequestCrossOrigin(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
 // JSON
 void F_JsonEncode(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_JsonDecode(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
