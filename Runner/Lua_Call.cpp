@@ -2,6 +2,7 @@
 #include "Runner/Lua_Call.h"
 
 #include "Files/Code/Code_Error.h"
+#include "Runner/Interrupt.h"
 #include "Runner/Lua_Error.h"
 #include "Runner/Lua_Value.h"
 
@@ -53,6 +54,7 @@ void CallWith(lua_State* L, const FunctionRecord& record) {
 }
 
 int Call(lua_State* L) {
+    Interruptible::Check(L);  // the hook that stops scripts does not reach into a coroutine that runs already
     const auto& record = *static_cast<const FunctionRecord*>(lua_touserdata(L, lua_upvalueindex(1)));
     int given = lua_gettop(L);
     if (given != record.argc) {

@@ -1,5 +1,6 @@
 // What scripts do with any container: kx.type, kx.id, kx.destroy, kx.table.
 #include "Files/Base/Limits.h"
+#include "Files/Buffer/IBuffer.h"
 #include "Files/Support/Support_Data_Structures.h"
 #include "Runner/Lua_Proxy.h"
 #include "Runner/Lua_Value.h"
@@ -7,7 +8,7 @@
 namespace kx {
 namespace {
 
-/// kx.type(v): "map", "list", "grid", "struct", "array", "null", or what Lua's type says.
+/// kx.type(v): "map", "list", "grid", "struct", "array", "buffer", "null", or what Lua's type says.
 int Type(lua_State* L) {
     luaL_checkany(L, 1);
     if (Proxy* proxy = ToProxy(L, 1)) {
@@ -20,12 +21,12 @@ int Type(lua_State* L) {
     return 1;
 }
 
-/// The proxy of a map, a list or a grid.
+/// The proxy of what scripts may know by a number.
 Proxy* CheckIndexed(lua_State* L) {
     Proxy* proxy = ToProxy(L, 1);
-    bool indexed =
-        proxy && (proxy->type == ProxyType::map || proxy->type == ProxyType::list || proxy->type == ProxyType::grid);
-    if (!indexed) luaL_typeerror(L, 1, "kx.map, kx.list or kx.grid");
+    bool indexed = proxy && (proxy->type == ProxyType::map || proxy->type == ProxyType::list ||
+                             proxy->type == ProxyType::grid || proxy->type == ProxyType::buffer);
+    if (!indexed) luaL_typeerror(L, 1, "kx.map, kx.list, kx.grid or kx.buffer");
     return proxy;
 }
 
@@ -47,6 +48,8 @@ int Destroy(lua_State* L) {
     bool tree = lua_toboolean(L, 2);
     if (proxy->type == ProxyType::grid) {
         FreeDsGrid(proxy->index);
+    } else if (proxy->type == ProxyType::buffer) {
+        FreeBuffer(proxy->index);
     } else if (tree) {
         FreeDsTree(&reference);
     } else if (proxy->type == ProxyType::map) {
@@ -100,11 +103,11 @@ void PushCopy(lua_State* L, int known, int depth) {
 
 /// kx.table(p): a plain Lua table with everything in it, tables all the way down.
 int Table(lua_State* L) {
-    if (!ToProxy(L, 1)) luaL_typeerror(L, 1, "kx.map, kx.list, kx.grid, kx.struct or kx.array");
+    Proxy* proxy = ToProxy(L, 1);
+    bool holdsValues = proxy && proxy->type != ProxyType::buffer;
+    if (!holdsValues) luaL_typeerror(L, 1, "kx.map, kx.list, kx.grid, kx.struct or kx.array");
     lua_settop(L, 1);
-    lua_newtable(L);
-    lua_pushvalue(L, 1);
-    PushCopy(L, 2, 0);
+    PushTableOf(L, 1);
     return 1;
 }
 
@@ -120,6 +123,15 @@ void PushByIndex(lua_State* L, ProxyType type, unsigned int mark) {
 }
 
 }  // namespace
+
+void PushTableOf(lua_State* L, int index) {
+    lua_newtable(L);
+    int known = lua_gettop(L);
+    lua_pushvalue(L, index);
+    PushCopy(L, known, 0);
+    lua_replace(L, known);
+    lua_settop(L, known);
+}
 
 int MakeIndexed(lua_State* L, ProxyType type, unsigned int mark, void (*pushNew)(lua_State*)) {
     lua_settop(L, 1);
@@ -155,6 +167,7 @@ void OpenContainers(lua_State* L) {
     OpenMap(L);
     OpenStruct(L);
     OpenSequences(L);
+    OpenBuffers(L);
     const luaL_Reg functions[] = {{"type", Guarded<Type>},
                                   {"id", Guarded<Id>},
                                   {"destroy", Guarded<Destroy>},

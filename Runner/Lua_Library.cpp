@@ -3,6 +3,7 @@
 
 #include "Files/IO/LoadSave.h"
 #include "Platform/MemoryManager.h"
+#include "Runner/Lua_Event.h"
 #include "Runner/Lua_Proxy.h"
 #include "Runner/Version.h"
 
@@ -153,6 +154,7 @@ void OpenKx(lua_State* L, ExitFunction atExit) {
     lua_pushcclosure(L, Exit, 1);
     lua_setfield(L, -2, "exit");
     OpenContainers(L);
+    OpenEvents(L);
     lua_setglobal(L, "kx");
 }
 

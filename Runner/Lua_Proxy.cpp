@@ -3,6 +3,7 @@
 
 #include "Files/Base/Collector.h"
 #include "Files/Base/Registry.h"
+#include "Files/Buffer/IBuffer.h"
 #include "Files/Support/Support_Data_Structures.h"
 
 #include <iterator>
@@ -15,7 +16,7 @@ const char kProxies = 0;  // registry key of the table of proxies, by serial or 
 
 const char kHolding = 0;  // registry key of the proxies that hold something
 
-constexpr const char* kNames[] = {"map", "list", "grid", "grid row", "struct", "array"};
+constexpr const char* kNames[] = {"map", "list", "grid", "grid row", "struct", "array", "buffer"};
 char g_metatables[std::size(kNames)];  // registry keys
 
 const char* MetatableOf(ProxyType type) {
@@ -133,13 +134,18 @@ int ToString(lua_State* L) {
     return 1;
 }
 
+/// @param container  what has the proxy's index now.
 template <class Container>
-Container& Alive(lua_State* L, const Proxy& proxy, const DS_Table<Container>& table) {
-    Container* container = proxy.index < table.length ? table.arr[proxy.index] : nullptr;
+Container& CheckSame(lua_State* L, const Proxy& proxy, Container* container) {
     if (!container || container->m_serial != proxy.serial) {
         Raise(L, "kx.%s %d has been freed", NameOf(proxy.type), proxy.index);
     }
     return *container;
+}
+
+template <class Container>
+Container& Alive(lua_State* L, const Proxy& proxy, const DS_Table<Container>& table) {
+    return CheckSame(L, proxy, proxy.index < table.length ? table.arr[proxy.index] : nullptr);
 }
 
 }  // namespace
@@ -174,6 +180,10 @@ CDS_Grid& GridOf(lua_State* L, const Proxy& proxy) {
     return Alive(L, proxy, thegrids);
 }
 
+IBuffer& BufferOf(lua_State* L, const Proxy& proxy) {
+    return CheckSame(L, proxy, GetIBuffer(proxy.index));
+}
+
 void CheckAlive(lua_State* L, const Proxy& proxy) {
     DS_AutoMutex lock;
     switch (proxy.type) {
@@ -181,6 +191,7 @@ void CheckAlive(lua_State* L, const Proxy& proxy) {
     case ProxyType::list: ListOf(L, proxy); return;
     case ProxyType::grid:
     case ProxyType::row: GridOf(L, proxy); return;
+    case ProxyType::buffer: BufferOf(L, proxy); return;
     case ProxyType::structure:
     case ProxyType::array: CheckNotEnded(L, proxy); return;
     }
@@ -194,7 +205,8 @@ RValue ValueOf(const Proxy& proxy) {
     case ProxyType::map: value.kind = VALUE_REAL | KIND_DS_MAP; break;
     case ProxyType::list: value.kind = VALUE_REAL | KIND_DS_LIST; break;
     case ProxyType::grid:
-    case ProxyType::row: value.kind = VALUE_REAL; break;
+    case ProxyType::row:
+    case ProxyType::buffer: value.kind = VALUE_REAL; break;
     }
     value.real = proxy.index;
     return value;
@@ -215,6 +227,13 @@ void PushGrid(lua_State* L, int index) {
     DS_AutoMutex lock;
     CDS_Grid* grid = index >= 1 && index < thegrids.length ? thegrids.arr[index] : nullptr;
     if (grid) return PushContainer(L, ProxyType::grid, index, grid->m_serial);
+    lua_pushnil(L);
+}
+
+void PushBuffer(lua_State* L, int index) {
+    DS_AutoMutex lock;
+    IBuffer* buffer = GetIBuffer(index);
+    if (buffer) return PushContainer(L, ProxyType::buffer, index, buffer->m_serial);
     lua_pushnil(L);
 }
 

@@ -1,6 +1,8 @@
 // The prompt.
 #include "Runner/Repl.h"
 
+#include "Runner/Interrupt.h"
+#include "Runner/Lua_Event.h"
 #include "Runner/Runtime.h"
 #include "Runner/Version.h"
 
@@ -180,6 +182,13 @@ void PrintResults(lua_State* L) {
     if (!CallWithTraceback(L, count, 0)) PrintError(lua_tostring(L, -1));
 }
 
+/// What has come meanwhile; what comes later waits for the next line.
+void HandleEvents(lua_State* L) {
+    lua_settop(L, 0);
+    lua_pushcfunction(L, RunReadyEvents);
+    if (!CallWithTraceback(L, 0, 0)) PrintError(lua_tostring(L, -1));
+}
+
 }  // namespace
 
 void RunRepl(lua_State* L) {
@@ -195,11 +204,13 @@ void RunRepl(lua_State* L) {
             if (terminal) std::fprintf(stderr, "\n");
             return;
         }
+        Interruptible running(L);
         if (*loaded == LUA_OK && CallWithTraceback(L, 0, LUA_MULTRET)) {
             PrintResults(L);
         } else {
             PrintError(lua_tostring(L, -1));
         }
+        if (!Interruptible::Signal()) HandleEvents(L);
     }
 }
 

@@ -7,7 +7,9 @@
 #include "Files/Function/Function_File.h"
 #include "Files/IO/LoadSave.h"
 #include "Files/Run/Run_Command.h"
+#include "Runner/Interrupt.h"
 #include "Runner/Lua_Call.h"
+#include "Runner/Lua_Event.h"
 #include "Runner/Lua_Library.h"
 #include "Runner/Repl.h"
 
@@ -120,9 +122,22 @@ int Runtime::Run() {
     if (int status = OpenAreas()) return status;
     OpenLua();
 
-    bool ended = RunChunks() && RunScript();
-    if (ended && m_options.interactive) RunRepl(m_lua.get());
-    return End(!ended);
+    bool ended = RunWhatIsToRun();
+    int signal = Interruptible::Signal();
+    int status = End(!ended);
+    if (!ended && signal) EndBySignal(signal);
+    return status;
+}
+
+bool Runtime::RunWhatIsToRun() {
+    {
+        Interruptible running(m_lua.get());
+        if (!RunChunks() || !RunScript()) return false;
+        if (!m_options.interactive) return RunEventLoop();
+    }
+    RunRepl(m_lua.get());
+    Interruptible running(m_lua.get());
+    return RunEventLoop();
 }
 
 int Runtime::OpenAreas() {
@@ -176,6 +191,12 @@ bool Runtime::RunScript() {
         ++parameters;
     }
     return CallChunk(loaded, parameters);
+}
+
+/// A script ends when its last line has run and no request is in flight.
+bool Runtime::RunEventLoop() {
+    lua_pushcfunction(m_lua.get(), RunEvents);
+    return CallChunk(LUA_OK, 0);
 }
 
 bool Runtime::CallChunk(int loaded, int parameters) {

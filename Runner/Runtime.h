@@ -19,8 +19,10 @@ public:
 private:
     int OpenAreas();
     void OpenLua();
+    bool RunWhatIsToRun();
     bool RunChunks();
     bool RunScript();
+    bool RunEventLoop();
     bool CallChunk(int loaded, int parameters);
     int End(bool failed);
 

@@ -1,120 +1,12 @@
 // kxrun as a program: statuses, streams, and what happens to open files at the end.
-#include "tests/support/Folder.h"
+#include "tests/Kxrun_fixture.h"
 
 #include <cstdlib>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace kx::test {
 namespace {
 
-using Words = std::vector<std::string>;
-
-struct Outcome {
-    int status;
-    std::string out, errors;
-};
-
-/// Runs the program with areas of its own.
-class Kxrun : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::filesystem::create_directory(Bundle());
-        WriteWholeFile(Folder("in"), "");
-    }
-
-    std::filesystem::path Folder(const std::string& name) const { return m_folder.Path() / name; }
-    std::filesystem::path Save() const { return Folder("save"); }
-    std::filesystem::path Bundle() const { return Folder("bundle"); }
-
-    Outcome Run(Words words) {
-        words.insert(words.begin(), {KXRUN, "--save", Save().string(), "--bundle", Bundle().string()});
-        return Start(words);
-    }
-
-    Outcome Start(Words words) {
-        pid_t child = ::fork();
-        if (child == 0) {
-            Redirect(Folder("in"), O_RDONLY, STDIN_FILENO);
-            Redirect(Folder("out"), O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
-            Redirect(Folder("errors"), O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
-            Become(words);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), ReadWholeFile(Folder("out")),
-                ReadWholeFile(Folder("errors"))};
-    }
-
-    Outcome RunScript(const std::string& code, Words parameters = {}) {
-        WriteWholeFile(Bundle() / "game.lua", code);
-        parameters.insert(parameters.begin(), (Bundle() / "game.lua").string());
-        return Run(parameters);
-    }
-
-    /// Runs the program on a terminal, types each text when the prompt is there, and gives what the terminal shows.
-    std::string RunOnTerminal(Words words, const Words& typed) {
-        words.insert(words.begin(), {KXRUN, "--save", Save().string(), "--bundle", Bundle().string()});
-        int terminal = -1;
-        pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-        if (child == 0) {
-            ::setenv("TERM", "xterm", 1);
-            ::setenv("XDG_STATE_HOME", Folder("state").c_str(), 1);
-            Become(words);
-        }
-        std::string shown;
-        for (const std::string& text : typed) {
-            shown += ReadUntil(terminal, "\n> ");
-            EXPECT_EQ(::write(terminal, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-        }
-        shown += ReadUntil(terminal, "");
-        ::close(terminal);
-        ::waitpid(child, nullptr, 0);
-        return shown;
-    }
-
-private:
-    /// What a terminal shows until a text ends it, or until it is closed when the text is empty. A program that falls
-    /// silent for a minute fails the test instead of hanging it.
-    static std::string ReadUntil(int terminal, const std::string& end) {
-        std::string shown;
-        auto ended = [&] {
-            return !end.empty() && shown.size() >= end.size() && shown.substr(shown.size() - end.size()) == end;
-        };
-        while (!ended()) {
-            pollfd waiting{terminal, POLLIN, 0};
-            if (::poll(&waiting, 1, 60000) == 0) {
-                ADD_FAILURE() << "silent after: " << shown;
-                return shown;
-            }
-            char part[4096];
-            ssize_t count = ::read(terminal, part, sizeof part);
-            if (count <= 0) return shown;
-            shown.append(part, static_cast<size_t>(count));
-        }
-        return shown;
-    }
-
-    static void Redirect(const std::filesystem::path& path, int flags, int to) {
-        ::dup2(::open(path.c_str(), flags, 0600), to);
-    }
-
-    [[noreturn]] static void Become(Words& words) {
-        std::vector<char*> argv;
-        for (std::string& word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
-    }
-
-    TemporaryFolder m_folder;
-};
+class Kxrun : public KxrunTest {};
 
 constexpr char kOpenFiles[] = "local a = file_text_open_append('log.txt') file_text_write_string(a, 'appended')\n"
                               "local w = file_text_open_write('save.txt') file_text_write_string(w, 'half a')\n"
