@@ -346,6 +346,40 @@ TEST_F(KxrunHttp, CtrlCEndsACoroutineAtItsNextBuiltIn) {
     EXPECT_EQ(StatusAfterCtrlC("coroutine.wrap(function() while true do file_exists('x') end end)()"), -SIGINT);
 }
 
+constexpr char kThreeInTurn[] = "for i = 1, 3 do local e = kx.await(http_get('http://127.0.0.1:1/')) "
+                                "print(e.id, e.status, e.http_status, e.result == '') end";
+
+TEST_F(KxrunHttp, WithoutTheLibraryEveryRequestFails) {
+    WriteWholeFile(Folder("lib/libcurl.so.4"), "");
+    ::setenv("LD_LIBRARY_PATH", Folder("lib").c_str(), 1);
+
+    Outcome outcome = Run({"-e", kThreeInTurn});
+    ::unsetenv("LD_LIBRARY_PATH");
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "1.0\t-1.0\t0.0\ttrue\n2.0\t-1.0\t0.0\ttrue\n3.0\t-1.0\t0.0\ttrue\n");
+    EXPECT_NE(outcome.errors.find("HTTP request 3 failed: cannot load libcurl.so.4: "), std::string::npos)
+        << outcome.errors;
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they want more address space than there is
+
+TEST_F(KxrunHttp, WithoutThreadsEveryRequestFails) {
+    WriteWholeFile(Bundle() / "game.lua", kThreeInTurn);
+    std::string limits = "ulimit -s 4000000 && ulimit -v 3000000 && exec \"$@\"";  // KB; a thread's stack does not fit
+    Words words = InAreas({(Bundle() / "game.lua").string()});
+    words.insert(words.begin(), {"/bin/sh", "-c", limits, "sh"});
+
+    Outcome outcome = Start(words);
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "1.0\t-1.0\t0.0\ttrue\n2.0\t-1.0\t0.0\ttrue\n3.0\t-1.0\t0.0\ttrue\n");
+    EXPECT_NE(outcome.errors.find("HTTP request 3 failed: cannot start a thread\n"), std::string::npos)
+        << outcome.errors;
+}
+
+#endif
+
 TEST_F(KxrunHttp, BuffersTakeAnswersAndGiveBodies) {
     HttpServer server([](HttpServer::Connection& connection) {
         std::string request = connection.ReadRequest();

@@ -38,7 +38,7 @@ void HttpTransport::Add(std::unique_ptr<HttpRequest> request) {
     }
     m_active = true;
     lock.unlock();
-    if (!StartAnew()) FailNew("cannot start a thread");
+    if (!StartAnew()) FailAllNew("cannot start a thread");
 }
 
 bool HttpTransport::StartAnew() {
@@ -69,8 +69,7 @@ HttpProgress HttpTransport::Progress() const {
 void HttpTransport::Run() {
     std::string reason = kNoMemory;
     if (!OpenLibrary(&reason)) {
-        while (FailNew(reason.c_str())) {
-        }
+        FailAllNew(reason.c_str());
         return;
     }
     while (TakeNew()) {
@@ -284,19 +283,20 @@ void HttpTransport::EndAll(const char* fault) {
     FailAll(&m_taken, fault);
 }
 
-/// Ends what is new where there is no thread, or one without a library.
-/// @return false where there was nothing; the thread is no longer active then.
-bool HttpTransport::FailNew(const char* fault) {
-    HttpQueue requests;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        requests.TakeFrom(&m_new);
-        if (requests.IsEmpty()) m_active = false;
+/// Ends what is new, where there is no thread or one without a library, until nothing is: then the next request starts
+/// anew, and whoever called this touches nothing any more.
+void HttpTransport::FailAllNew(const char* fault) {
+    for (;;) {
+        HttpQueue requests;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            requests.TakeFrom(&m_new);
+            m_active = !requests.IsEmpty();
+            if (!m_active) return;
+        }
+        FailAll(&requests, fault);
+        HandOver();
     }
-    bool any = !requests.IsEmpty();
-    FailAll(&requests, fault);
-    HandOver();
-    return any;
 }
 
 void HttpTransport::FailAll(HttpQueue* requests, const char* fault) {

@@ -69,7 +69,7 @@ private:
     int EndStalled();
     void EndTransfer(HttpTransfer* transfer);
     void EndAll(const char* fault);
-    bool FailNew(const char* fault);
+    void FailAllNew(const char* fault);
     void End(std::unique_ptr<HttpRequest> request);
     void Fail(std::unique_ptr<HttpRequest> request, const char* fault);
     void FailAll(HttpQueue* requests, const char* fault);
