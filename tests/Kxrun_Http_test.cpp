@@ -1,66 +1,8 @@
-// kxrun and requests: events, when a script ends, Ctrl-C, and what a terminal shows of long transfers.
-#include "tests/Http_answers.h"
-#include "tests/Kxrun_fixture.h"
-
-#include <csignal>
-#include <future>
+// kxrun and requests: events, when a script ends, buffers, and what a terminal shows of long transfers.
+#include "tests/Kxrun_Http_fixture.h"
 
 namespace kx::test {
 namespace {
-
-/// A server whose handlers wait for the test, and the other way round.
-class Gate {
-public:
-    void Open() { m_opened.set_value(); }
-    void Wait() { m_open.wait(); }
-
-private:
-    std::promise<void> m_opened;
-    std::shared_future<void> m_open = m_opened.get_future().share();
-};
-
-void AnswerWithPath(HttpServer::Connection& connection) {
-    for (std::string request = connection.ReadRequest(); !request.empty(); request = connection.ReadRequest()) {
-        std::string path = RequestLine(request);
-        path = path.substr(path.find(' ') + 1);
-        path = path.substr(0, path.find(' '));
-        std::string status = path == "/missing" ? "404 Not Found" : "200 OK";
-        if (!connection.Send(Answer(status, "X-Path: " + path + "\r\n", "answer to " + path))) return;
-    }
-}
-
-/// Reads requests and never answers.
-void BeSilent(HttpServer::Connection& connection) {
-    connection.ReadRequest();
-    connection.WaitForClose();
-}
-
-class KxrunHttp : public KxrunTest {
-protected:
-    Outcome RunWith(const HttpServer& server, const std::string& code) {
-        return RunScript("local url = ...\n" + code, {server.Url("")});
-    }
-
-    /// Starts a script that is not waited for.
-    pid_t BeginWith(const HttpServer& server, const std::string& code) {
-        WriteWholeFile(Bundle() / "game.lua", "local url = ...\n" + code);
-        return Begin(InAreas({(Bundle() / "game.lua").string(), server.Url("")}));
-    }
-
-    /// What a script ends with that is interrupted in a loop.
-    int StatusAfterCtrlC(const std::string& loop) {
-        Gate running;
-        HttpServer server([&](HttpServer::Connection& connection) {
-            connection.ReadRequest();
-            running.Open();
-            connection.WaitForClose();
-        });
-        pid_t child = BeginWith(server, "http_get(url) " + loop);
-        running.Wait();
-        ::kill(child, SIGINT);
-        return Finish(child).status;
-    }
-};
 
 TEST_F(KxrunHttp, AwaitGivesAnEventAsATable) {
     HttpServer server(AnswerWithPath);
@@ -295,90 +237,6 @@ TEST_F(KxrunHttp, AnEventsMapsAreFreedAfterItsHandler) {
     EXPECT_NE(outcome.out.find("has been freed"), std::string::npos) << outcome.out << outcome.errors;
     EXPECT_EQ(outcome.out.find("true"), std::string::npos) << outcome.out;
 }
-
-TEST_F(KxrunHttp, AnErrorAndAnExitEndAtOnceWithRequestsInFlight) {
-    HttpServer server(BeSilent);
-
-    Outcome failed = RunWith(server, "for i = 1, 50 do http_get(url .. '/') end error('stop')");
-    Outcome ended = RunWith(server, "for i = 1, 50 do http_get(url .. '/') end kx.exit(7)");
-
-    EXPECT_EQ(failed.status, 1);
-    EXPECT_NE(failed.errors.find(": stop"), std::string::npos) << failed.errors;
-    EXPECT_EQ(ended.status, 7) << ended.errors;
-    EXPECT_NE(ended.errors.find("HTTP request 50 failed: the program ends\n"), std::string::npos) << ended.errors;
-}
-
-TEST_F(KxrunHttp, CtrlCEndsAScriptThatWaits) {
-    Gate waiting;
-    HttpServer server([&](HttpServer::Connection& connection) {
-        connection.ReadRequest();
-        waiting.Open();
-        connection.WaitForClose();
-    });
-    WriteWholeFile(Save() / "save.txt", "old");
-    WriteWholeFile(Save() / "log.txt", "");
-
-    pid_t child = BeginWith(server, R"(
-        local w = file_text_open_write('save.txt') file_text_write_string(w, 'half a')
-        local a = file_text_open_append('log.txt') file_text_write_string(a, 'appended')
-        http_get(url .. '/')
-    )");
-    waiting.Wait();
-    ::kill(child, SIGINT);
-    Outcome outcome = Finish(child);
-
-    EXPECT_EQ(outcome.status, -SIGINT);  // who waits for it learns what ended it
-    EXPECT_NE(outcome.errors.find("interrupted"), std::string::npos) << outcome.errors;
-    EXPECT_EQ(ReadWholeFile(Save() / "save.txt"), "old");
-    EXPECT_EQ(ReadWholeFile(Save() / "log.txt"), "appended");
-    EXPECT_EQ(NamesIn(Save()), (Words{"log.txt", "save.txt"}));
-}
-
-#if !defined(__SANITIZE_THREAD__)  // with it a thread that only computes gets no signal
-
-TEST_F(KxrunHttp, CtrlCEndsAScriptThatComputesWhateverItCatches) {
-    EXPECT_EQ(StatusAfterCtrlC("while true do pcall(function() while true do end end) end"), -SIGINT);
-}
-
-#endif
-
-TEST_F(KxrunHttp, CtrlCEndsACoroutineAtItsNextBuiltIn) {
-    EXPECT_EQ(StatusAfterCtrlC("coroutine.wrap(function() while true do file_exists('x') end end)()"), -SIGINT);
-}
-
-constexpr char kThreeInTurn[] = "for i = 1, 3 do local e = kx.await(http_get('http://127.0.0.1:1/')) "
-                                "print(e.id, e.status, e.http_status, e.result == '') end";
-
-TEST_F(KxrunHttp, WithoutTheLibraryEveryRequestFails) {
-    WriteWholeFile(Folder("lib/libcurl.so.4"), "");
-    ::setenv("LD_LIBRARY_PATH", Folder("lib").c_str(), 1);
-
-    Outcome outcome = Run({"-e", kThreeInTurn});
-    ::unsetenv("LD_LIBRARY_PATH");
-
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.out, "1.0\t-1.0\t0.0\ttrue\n2.0\t-1.0\t0.0\ttrue\n3.0\t-1.0\t0.0\ttrue\n");
-    EXPECT_NE(outcome.errors.find("HTTP request 3 failed: cannot load libcurl.so.4: "), std::string::npos)
-        << outcome.errors;
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they want more address space than there is
-
-TEST_F(KxrunHttp, WithoutThreadsEveryRequestFails) {
-    WriteWholeFile(Bundle() / "game.lua", kThreeInTurn);
-    std::string limits = "ulimit -s 4000000 && ulimit -v 3000000 && exec \"$@\"";  // KB; a thread's stack does not fit
-    Words words = InAreas({(Bundle() / "game.lua").string()});
-    words.insert(words.begin(), {"/bin/sh", "-c", limits, "sh"});
-
-    Outcome outcome = Start(words);
-
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.out, "1.0\t-1.0\t0.0\ttrue\n2.0\t-1.0\t0.0\ttrue\n3.0\t-1.0\t0.0\ttrue\n");
-    EXPECT_NE(outcome.errors.find("HTTP request 3 failed: cannot start a thread\n"), std::string::npos)
-        << outcome.errors;
-}
-
-#endif
 
 TEST_F(KxrunHttp, BuffersTakeAnswersAndGiveBodies) {
     HttpServer server([](HttpServer::Connection& connection) {
