@@ -1,7 +1,7 @@
 // libcurl, loaded when it is needed.
 #include "Platform/CurlLibrary.h"
 
-#include <dlfcn.h>
+#include "Platform/SharedLibrary.h"
 
 namespace kx {
 namespace {
@@ -9,27 +9,8 @@ namespace {
 constexpr char kFile[] = "libcurl.so.4";
 constexpr unsigned int kOldest = 0x075700;  // 7.87.0: transfers end without waiting for the resolver
 
-/// What could not be loaded is null.
-class Loader {
-public:
-    Loader() : m_library(::dlopen(kFile, RTLD_NOW | RTLD_LOCAL)) {}
-
-    template <class Function>
-    Loader& Find(Function* function, const char* name) {
-        *function = m_library ? reinterpret_cast<Function>(::dlsym(m_library, name)) : nullptr;
-        m_complete = m_complete && *function;
-        return *this;
-    }
-
-    [[nodiscard]] bool IsComplete() const { return m_complete; }
-
-private:
-    void* m_library;
-    bool m_complete = true;
-};
-
-bool FindFunctions(CurlLibrary* curl) {
-    return Loader()
+bool FindFunctions(CurlLibrary* curl, std::string* reason) {
+    return SharedLibrary(kFile)
         .Find(&curl->global_init, "curl_global_init")
         .Find(&curl->version_info, "curl_version_info")
         .Find(&curl->easy_init, "curl_easy_init")
@@ -54,7 +35,7 @@ bool FindFunctions(CurlLibrary* curl) {
         .Find(&curl->url_get, "curl_url_get")
         .Find(&curl->url_strerror, "curl_url_strerror")
         .Find(&curl->free, "curl_free")
-        .IsComplete();
+        .Load(reason);
 }
 
 }  // namespace
@@ -64,11 +45,7 @@ const CurlLibrary* CurlLibrary::Load(std::string* reason) {
     static bool ready = false;
     if (ready) return &curl;
 
-    if (!FindFunctions(&curl)) {
-        const char* fault = ::dlerror();
-        *reason = std::string("cannot load ") + kFile + ": " + (fault ? fault : "it is incomplete");
-        return nullptr;
-    }
+    if (!FindFunctions(&curl, reason)) return nullptr;
     const curl_version_info_data* version = curl.version_info(CURLVERSION_NOW);
     if (version->version_num < kOldest) {
         *reason = std::string("libcurl ") + version->version + " is too old; it has to be 7.87 or newer";

@@ -5,8 +5,7 @@
 
 namespace kx {
 
-/// libcurl, loaded at the first request: linked, it and the thirty libraries that it brings would multiply the start of
-/// every program that never uses HTTP.
+/// libcurl, loaded at the first request; it brings some thirty libraries.
 ///
 /// The members are the library's functions, without "curl_" before their names.
 struct CurlLibrary {
