@@ -56,6 +56,20 @@ Descriptor RefuseLink(Descriptor file) {
     return file;
 }
 
+/// @param read  reads from a number of bytes on; gives what the system's read gives.
+/// @return bytes read until the end or `size`; -1 and errno on failure.
+template <class Read>
+ssize_t ReadRepeatedly(size_t size, Read read) {
+    size_t done = 0;
+    while (done < size) {
+        ssize_t count = RetryInterrupted([&] { return read(done); });
+        if (count < 0) return -1;
+        if (count == 0) break;
+        done += static_cast<size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+}
+
 }  // namespace
 
 Descriptor OpenBeneath(int root, const std::string& name, int flags, mode_t mode) {
@@ -90,14 +104,13 @@ Descriptor OpenRegularBeneath(int root, const std::string& name, int flags, stru
 }
 
 ssize_t ReadAll(int file, char* data, size_t size) {
-    size_t total = 0;
-    while (total < size) {
-        ssize_t count = RetryInterrupted([&] { return g_systemCalls.read(file, data + total, size - total); });
-        if (count < 0) return -1;
-        if (count == 0) break;
-        total += static_cast<size_t>(count);
-    }
-    return static_cast<ssize_t>(total);
+    return ReadRepeatedly(size, [&](size_t done) { return g_systemCalls.read(file, data + done, size - done); });
+}
+
+ssize_t ReadAllAt(int file, char* data, size_t size, off_t offset) {
+    return ReadRepeatedly(size, [&](size_t done) {
+        return g_systemCalls.pread(file, data + done, size - done, offset + static_cast<off_t>(done));
+    });
 }
 
 int RenameBeneath(int root, const std::string& from, const std::string& to) {

@@ -16,8 +16,10 @@ namespace kx {
 extern const char kTemporaryPrefix[];
 
 enum class Durability {
-    none,  ///< no syncs: a crash of the program loses nothing, a power cut may
-    full,  ///< contents and name are on the disk when a replacement returns
+    none,      ///< no syncs: a crash of the program loses nothing, a power cut may
+    contents,  ///< the contents are on the disk before they get their name; the name follows when its directory is
+               ///< synced
+    full,      ///< contents and name are on the disk when a replacement returns
 };
 
 /// Opens a name beneath a root. Links may lead to places beneath the root only; kernels without openat2 follow none.
@@ -33,6 +35,9 @@ Descriptor OpenRegularBeneath(int root, const std::string& name, int flags, stru
 /// Reads up to `size` bytes, over short reads and interruptions.
 /// @return bytes read, fewer than `size` at the end of the file; -1 and errno on failure.
 ssize_t ReadAll(int file, char* data, size_t size);
+
+/// The same from an offset, the file's own position unchanged.
+ssize_t ReadAllAt(int file, char* data, size_t size, off_t offset);
 
 /// Gives a file or a link beneath a root another name, in one step; what has that name is replaced, as rename does.
 /// @return 0 or an errno value.

@@ -83,8 +83,11 @@ int FileReplacement::Write(const void* data, size_t size) {
 
 int FileReplacement::Commit() {
     if (m_failure) return m_failure;
-    if (int reason = SyncContents()) return reason;
-    int reason = m_named ? 0 : GiveName();
+    if (int reason = FinishContents()) return reason;
+    int reason = EEXIST;
+    if (!m_named && !m_exists) reason = Link(m_leaf.c_str());
+    if (reason == 0) return SettleIn(Place::fresh);
+    if (reason == EEXIST) reason = m_named ? 0 : GiveName();
     if (CannotLink(reason)) reason = CopyToNamed();
     return reason ? reason : MoveIntoPlace();
 }
@@ -93,7 +96,8 @@ int FileReplacement::Commit() {
 int FileReplacement::ReadOld() {
     struct stat old {};
     bool exists = g_systemCalls.fstatat(m_directory, m_leaf.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
-    if (!exists) return errno == ENOENT ? 0 : errno;
+    m_exists = exists || errno != ENOENT;
+    if (!exists) return m_exists ? errno : 0;
     if (S_ISDIR(old.st_mode)) return EISDIR;
     if (!S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) return ENXIO;
     if (S_ISREG(old.st_mode)) m_permissions = old.st_mode & kPermissionBits;
@@ -117,16 +121,23 @@ int FileReplacement::KeepPermissions() {
     return m_permissions && g_systemCalls.fchmod(m_file.Get(), *m_permissions) != 0 ? errno : 0;
 }
 
-int FileReplacement::SyncContents() {
-    return m_durability == Durability::full ? Sync(g_systemCalls.fdatasync, m_file.Get()) : 0;
+int FileReplacement::FinishContents() {
+    if (m_modified) {
+        const timespec times[] = {{0, UTIME_OMIT}, {*m_modified, 0}};  // of the last access, of the last change
+        g_systemCalls.futimens(m_file.Get(), times);
+    }
+    return m_durability != Durability::none ? Sync(g_systemCalls.fdatasync, m_file.Get()) : 0;
+}
+
+/// Gives the unnamed file a name that nothing has.
+int FileReplacement::Link(const char* name) {
+    char self[32];
+    std::snprintf(self, sizeof self, "/proc/self/fd/%d", m_file.Get());
+    return g_systemCalls.linkat(AT_FDCWD, self, m_directory, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
 int FileReplacement::GiveName() {
-    char self[32];
-    std::snprintf(self, sizeof self, "/proc/self/fd/%d", m_file.Get());
-    int reason = WithFreshName(&m_name, [&](const char* name) {
-        return g_systemCalls.linkat(AT_FDCWD, self, m_directory, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
-    });
+    int reason = WithFreshName(&m_name, [&](const char* name) { return Link(name); });
     m_named = reason == 0;
     return reason;
 }
@@ -140,7 +151,7 @@ int FileReplacement::CopyToNamed() {
         ssize_t count =
             RetryInterrupted([&] { return g_systemCalls.pread(unnamed.Get(), chunk.data(), chunk.size(), offset); });
         if (count < 0) return errno;
-        if (count == 0) return SyncContents();
+        if (count == 0) return FinishContents();
         if (int reason = WriteAll(m_file.Get(), chunk.data(), static_cast<size_t>(count))) return reason;
         offset += count;
     }
@@ -156,15 +167,26 @@ int FileReplacement::MoveIntoPlace() {
         if (Rename(m_name, m_leaf, 0) != 0) return errno;
         m_named = false;
     }
-    int reason = Settle();
-    if (reason) TakeBack(place);
-    RemoveTemporary();
-    return reason;
+    return SettleIn(place);
 }
 
-void FileReplacement::RemoveTemporary() {
-    if (m_named) g_systemCalls.unlinkat(m_directory, m_name.c_str(), 0);
-    m_named = false;
+/// Brings the final name to the disk, or takes it back.
+int FileReplacement::SettleIn(Place place) {
+    int reason = Settle();
+    if (reason) TakeBack(place);
+    bool cleared = RemoveTemporary();
+    bool wasDirectory = !cleared && errno == EISDIR;  // made there since: nothing of it may be lost
+    if (!wasDirectory || reason) return reason;
+    TakeBack(place);
+    m_named = true;
+    RemoveTemporary();
+    return EISDIR;
+}
+
+/// @return false where it is still there.
+bool FileReplacement::RemoveTemporary() {
+    bool named = std::exchange(m_named, false);
+    return !named || g_systemCalls.unlinkat(m_directory, m_name.c_str(), 0) == 0;
 }
 
 int FileReplacement::Rename(const std::string& from, const std::string& to, unsigned int flags) {

@@ -34,6 +34,9 @@ public:
     /// @return 0 or an errno value.
     int Write(const void* data, size_t size);
 
+    /// Makes a time, in seconds since 1970, the one at which the file was modified, where the file system lets it.
+    void SetModified(time_t when) { m_modified = when; }
+
     /// @return 0, or an errno value; the file is then as it was. Only on a file system that cannot exchange two names
     ///         does a failure of the very last sync leave the new file there.
     [[nodiscard]] int Commit();
@@ -44,19 +47,23 @@ private:
     [[nodiscard]] int ReadOld();
     [[nodiscard]] int CreateNamed();
     [[nodiscard]] int KeepPermissions();
-    [[nodiscard]] int SyncContents();
+    [[nodiscard]] int FinishContents();
+    [[nodiscard]] int Link(const char* name);
     [[nodiscard]] int GiveName();
     [[nodiscard]] int CopyToNamed();
     [[nodiscard]] int MoveIntoPlace();
+    [[nodiscard]] int SettleIn(Place place);
     [[nodiscard]] int Settle();
     int Rename(const std::string& from, const std::string& to, unsigned int flags);
     void TakeBack(Place place);
-    void RemoveTemporary();
+    bool RemoveTemporary();
 
     int m_directory;
     std::string m_leaf;
     Durability m_durability;
+    bool m_exists = false;                // something stands there
     std::optional<mode_t> m_permissions;  // of the file that stands there
+    std::optional<time_t> m_modified;
     Descriptor m_file;
     std::string m_name;  // the temporary one
     bool m_named = false;

@@ -22,8 +22,9 @@ int OpenAt(int directory, const char* path, int flags, mode_t mode) {
 }  // namespace
 
 SystemCalls g_systemCalls = {
-    OpenAt2,     OpenAt,  ::read,   ::pread,     ::write,    ::fstat,   ::fstatat,   ::faccessat, ::fchmod,   ::flock,
-    ::fdatasync, ::fsync, ::linkat, ::renameat2, ::unlinkat, ::mkdirat, ::fdopendir, ::readdir,   ::closedir, ::close,
+    OpenAt2,     OpenAt,     ::read,     ::pread,     ::write,     ::fstat,    ::fstatat,
+    ::faccessat, ::fchmod,   ::futimens, ::flock,     ::fdatasync, ::fsync,    ::linkat,
+    ::renameat2, ::unlinkat, ::mkdirat,  ::fdopendir, ::readdir,   ::closedir, ::close,
 };
 
 Descriptor::~Descriptor() {

@@ -27,6 +27,7 @@ struct SystemCalls {
     int (*fstatat)(int directory, const char* path, struct stat* status, int flags);
     int (*faccessat)(int directory, const char* path, int mode, int flags);
     int (*fchmod)(int file, mode_t mode);
+    int (*futimens)(int file, const timespec times[2]);
     int (*flock)(int file, int operation);
     int (*fdatasync)(int file);
     int (*fsync)(int file);

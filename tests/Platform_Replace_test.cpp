@@ -4,7 +4,10 @@
 #include "tests/support/FaultySystemCalls.h"
 #include "tests/support/RootTest.h"
 
+#include <algorithm>
 #include <fcntl.h>
+#include <string>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -37,6 +40,90 @@ TEST_F(PlatformReplace, AReaderOfTheOldFileKeepsIt) {
     char old[4] = {};
     EXPECT_EQ(ReadAll(reader.Get(), old, 3), 3);
     EXPECT_STREQ(old, "old");
+}
+
+TEST_F(PlatformReplace, ANewFileGetsItsNameAtOnce) {
+    Descriptor folder = OpenBeneath(Root(), "folder", O_RDONLY | O_DIRECTORY);
+    FaultySystemCalls calls;
+
+    EXPECT_EQ(ReplaceFile(folder.Get(), "fresh", "new", 3, Durability::full), 0);
+
+    const std::vector<std::string>& made = calls.Calls();
+    EXPECT_EQ(std::count(made.begin(), made.end(), "linkat"), 1);
+    EXPECT_EQ(std::count(made.begin(), made.end(), "renameat2"), 0);
+    EXPECT_EQ(ReadWholeFile(Path("folder/fresh")), "new");
+}
+
+TEST_F(PlatformReplace, AFileThatComesInBetweenIsReplacedWhole) {
+    Descriptor folder = OpenBeneath(Root(), "folder", O_RDONLY | O_DIRECTORY);
+    FileReplacement replacement(folder.Get(), "fresh", Durability::full);
+    ASSERT_EQ(replacement.Begin(), 0);
+    ASSERT_EQ(replacement.Write("ours", 4), 0);
+
+    WriteWholeFile(Path("folder/fresh"), "somebody else's");
+
+    EXPECT_EQ(replacement.Commit(), 0);
+    EXPECT_EQ(ReadWholeFile(Path("folder/fresh")), "ours");
+    EXPECT_EQ(NamesIn(Path("folder")), (std::vector<std::string>{"file", "fresh"}));
+}
+
+TEST_F(PlatformReplace, DurableContentsLeaveTheDirectoryToTheCaller) {
+    Descriptor folder = OpenBeneath(Root(), "folder", O_RDONLY | O_DIRECTORY);
+    for (const char* name : {"file", "fresh"}) {
+        FaultySystemCalls calls;
+        EXPECT_EQ(ReplaceFile(folder.Get(), name, "new", 3, Durability::contents), 0);
+        const std::vector<std::string>& made = calls.Calls();
+        auto synced = std::find(made.begin(), made.end(), "fdatasync");
+        EXPECT_LT(synced, std::find(made.begin(), made.end(), "linkat")) << name;
+        EXPECT_EQ(std::count(made.begin(), made.end(), "fsync"), 0) << name;
+    }
+}
+
+TEST_F(PlatformReplace, TheTimeOfModificationCanBeSet) {
+    Descriptor folder = OpenBeneath(Root(), "folder", O_RDONLY | O_DIRECTORY);
+    for (const char* failing : {"none", "linkat"}) {
+        FaultySystemCalls faults;
+        faults.FailFrom(failing, 1, EPERM);
+        for (const char* name : {"file", "fresh"}) {
+            FileReplacement replacement(folder.Get(), name, Durability::none);
+            ASSERT_EQ(replacement.Begin(), 0);
+            ASSERT_EQ(replacement.Write("new", 3), 0);
+            replacement.SetModified(1234567890);
+            EXPECT_EQ(replacement.Commit(), 0);
+            struct stat status {};
+            ASSERT_EQ(::stat(Path(std::string("folder/") + name).c_str(), &status), 0);
+            EXPECT_EQ(status.st_mtime, 1234567890) << name << ", " << failing;
+        }
+        fs::remove(Path("folder/fresh"));
+    }
+}
+
+TEST_F(PlatformReplace, ATimeThatCannotBeSetIsNoReasonToLoseTheFile) {
+    Descriptor folder = OpenBeneath(Root(), "folder", O_RDONLY | O_DIRECTORY);
+    FaultySystemCalls faults;
+    faults.FailFrom("futimens", 1, EPERM);  // as on file systems that give all files one owner
+    FileReplacement replacement(folder.Get(), "file", Durability::none);
+    ASSERT_EQ(replacement.Begin(), 0);
+    ASSERT_EQ(replacement.Write("new", 3), 0);
+    replacement.SetModified(1);
+    EXPECT_EQ(replacement.Commit(), 0);
+    EXPECT_EQ(ReadWholeFile(Path("folder/file")), "new");
+}
+
+TEST_F(PlatformReplace, ADirectoryThatComesInBetweenStays) {
+    for (const char* name : {"file", "fresh"}) {
+        Descriptor folder = OpenBeneath(Root(), "folder", O_RDONLY | O_DIRECTORY);
+        FileReplacement replacement(folder.Get(), name, Durability::full);
+        ASSERT_EQ(replacement.Begin(), 0);
+        ASSERT_EQ(replacement.Write("ours", 4), 0);
+
+        fs::remove(Path("folder") / name);
+        WriteWholeFile(Path("folder") / name / "inside", "somebody else's");
+
+        EXPECT_EQ(replacement.Commit(), EISDIR) << name;
+        EXPECT_EQ(ReadWholeFile(Path("folder") / name / "inside"), "somebody else's");
+        EXPECT_EQ(NamesIn(Path("folder")).size(), name == std::string("file") ? 1u : 2u);
+    }
 }
 
 TEST_F(PlatformReplace, WhatSyncedTooLateIsTakenBack) {

@@ -70,6 +70,10 @@ int FChMod(int file, mode_t mode) {
     return Pass("fchmod", 0, [&] { return Real().fchmod(file, mode); });
 }
 
+int FUTimeNs(int file, const timespec times[2]) {
+    return Pass("futimens", 0, [&] { return Real().futimens(file, times); });
+}
+
 int FLock(int file, int operation) {
     return Pass("flock", 0, [&] { return Real().flock(file, operation); });
 }
@@ -133,8 +137,9 @@ bool NeedsNothing(const std::string& name) {
 
 FaultySystemCalls::FaultySystemCalls() : m_real(g_systemCalls) {
     g_active = this;
-    g_systemCalls = {OpenAt2,   OpenAt, Read,   PRead,     Write,    FStat,   FStatAt,   FAccessAt, FChMod,   FLock,
-                     FDataSync, FSync,  LinkAt, RenameAt2, UnlinkAt, MkDirAt, FdOpenDir, ReadDir,   CloseDir, Close};
+    g_systemCalls = {OpenAt2,   OpenAt,   Read,     PRead,     Write,     FStat,    FStatAt,
+                     FAccessAt, FChMod,   FUTimeNs, FLock,     FDataSync, FSync,    LinkAt,
+                     RenameAt2, UnlinkAt, MkDirAt,  FdOpenDir, ReadDir,   CloseDir, Close};
 }
 
 FaultySystemCalls::~FaultySystemCalls() {
