@@ -22,16 +22,6 @@ bool IsBlank(char c) {
     return c == ' ';
 }
 
-/// True for a name with characters that drive a terminal: below the blank, delete, and those from U+0080 to U+009F.
-bool HasControls(std::string_view name) {
-    for (size_t i = 0; i < name.size(); ++i) {
-        auto c = static_cast<unsigned char>(name[i]);
-        auto next = static_cast<unsigned char>(i + 1 < name.size() ? name[i + 1] : 0);
-        if (c < 0x20 || c == 0x7F || (c == 0xC2 && next >= 0x80 && next < 0xA0)) return true;
-    }
-    return false;
-}
-
 /// What is wrong with a name before its components are looked at; null for nothing.
 const char* FaultOf(std::string_view name) {
     if (std::all_of(name.begin(), name.end(), IsBlank)) return "is empty";
@@ -159,6 +149,19 @@ void Area::SetPaths(std::string written, std::string canonical) {
     m_canonical = std::move(canonical);
 }
 
+int Area::SetPathsOf(const char* path) {
+    // Paths are shown as the embedder wrote them, unless working "." and ".." off their text would change their
+    // meaning.
+    const char* ignored = nullptr;
+    std::string absolute = Absolute(path);
+    std::string written = "/" + Normalised(absolute, &ignored);
+    std::string canonical = Canonical(absolute);
+    if (canonical.empty()) return ENOENT;
+    bool same = Canonical(written) == canonical;
+    SetPaths(same ? written : canonical, canonical);
+    return 0;
+}
+
 int DirectoryArea::SetRoot(const char* directory, bool create) {
     if (!directory || !*directory) return EINVAL;
     std::string path = Absolute(directory);
@@ -173,14 +176,7 @@ int DirectoryArea::SetRoot(const char* directory, bool create) {
     }
     if (!root) return errno;
 
-    // Paths are shown as the embedder wrote them, unless working "." and ".." off their text would change their
-    // meaning.
-    const char* ignored = nullptr;
-    std::string written = "/" + Normalised(path, &ignored);
-    std::string canonical = Canonical(path);
-    if (canonical.empty()) return ENOENT;  // removed meanwhile
-    bool same = Canonical(written) == canonical;
-    SetPaths(same ? written : canonical, canonical);
+    if (int reason = SetPathsOf(directory)) return reason;
     m_root = std::move(root);
     return 0;
 }
@@ -188,6 +184,12 @@ int DirectoryArea::SetRoot(const char* directory, bool create) {
 int DirectoryArea::Look(const std::string& place, struct stat* status) const {
     Descriptor found = OpenBeneath(Root(), place, O_PATH);
     return found && g_systemCalls.fstat(found.Get(), status) == 0 ? 0 : errno;
+}
+
+int DirectoryArea::LookAtLink(const std::string& place, struct stat* status) const {
+    Descriptor parent = OpenDirectoryOf(place);
+    bool found = parent && g_systemCalls.fstatat(parent.Get(), LeafOf(place).c_str(), status, AT_SYMLINK_NOFOLLOW) == 0;
+    return found ? 0 : errno;
 }
 
 Contents DirectoryArea::Load(const std::string& place) const {

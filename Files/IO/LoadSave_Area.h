@@ -67,6 +67,10 @@ protected:
     /// @param canonical  the same without links.
     void SetPaths(std::string written, std::string canonical);
 
+    /// Sets them to those of something that exists, for a path as an embedder gives it.
+    /// @return 0; ENOENT where it has been removed meanwhile.
+    [[nodiscard]] int SetPathsOf(const char* path);
+
 private:
     [[nodiscard]] std::optional<std::string> BelowRoot(const std::string& absolute) const;
 
@@ -91,6 +95,10 @@ public:
     [[nodiscard]] Contents Load(const std::string& place) const override;
     [[nodiscard]] Descriptor OpenToRead(const std::string& place, struct stat* status) const override;
     [[nodiscard]] int List(const std::string& place, std::vector<DirectoryEntry>* entries) const override;
+
+    /// What is at a place itself: a link is a link.
+    /// @return 0 or an errno value.
+    [[nodiscard]] int LookAtLink(const std::string& place, struct stat* status) const;
 
     [[nodiscard]] Descriptor OpenFile(const std::string& place, int flags, struct stat* status) const;
     [[nodiscard]] Descriptor OpenDirectoryOf(const std::string& place) const;
