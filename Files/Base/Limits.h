@@ -1,6 +1,7 @@
 #pragma once
 
 #include <climits>
+#include <cstdint>
 
 /// Every limit of the host and of the runner, with its unit. A limit that is not here does not exist.
 namespace kx {
@@ -61,6 +62,22 @@ constexpr int kMaxNestedAwaits = 16;
 
 /// HTTP transfers at a time; the rest wait for their turn.
 constexpr int kMaxHttpTransfers = 64;
+
+/// What an archive may hold: entries, and as many directories above them; bytes of its own directory; bytes of all
+/// files once they are unpacked.
+constexpr int kMaxArchiveEntries = 100'000;
+constexpr int kMaxArchiveDirectory = 64 << 20;
+constexpr unsigned long long kMaxArchiveBytes = 4ull << 30;
+
+/// A file in an archive whose compression looks back as far as it likes, bytes: that much memory may be needed for it.
+constexpr unsigned long long kMaxArchiveWindow = 64 << 20;
+
+/// A CSV file, bytes. Where it is nothing but separators its cells take eight times as much besides.
+constexpr int kMaxCsvBytes = 128 << 20;
+
+/// Cells of a CSV file beyond one for each of its bytes: those that fill up its shorter rows. A few kilobytes could
+/// otherwise be a grid that no script gets to the end of.
+constexpr uint64_t kMaxFilledCells = 1 << 22;
 
 /// Times that one system call is taken up again after a passing failure (a path that was renamed under it).
 constexpr int kMaxRetries = 64;

@@ -123,24 +123,15 @@ std::optional<OpenMode> ParseMode(const char* mode) {
     return read || parsed.write ? std::optional<OpenMode>(parsed) : std::nullopt;
 }
 
-_KXFILE* OpenForReading(const char* path, const OpenMode& mode) {
-    int reason = 0;
-    for (const Area* area : {static_cast<Area*>(&SaveArea()), &BundleArea()}) {
-        std::optional<std::string> place = area->Place(path);
-        if (!place) continue;
-        if (Contents contents = area->Load(*place)) {
-            FileOwner file(new _KXFILE);
-            file->pBuff = contents.release();
-            file->isText = mode.text;
-            file->pName = KXStrDup(area->FullPath(*place).c_str());
-            return Enrol(std::move(file));
-        }
-        if (!MeansNoFile(errno)) return nullptr;
-        bool missing = reason == 0 || reason == ENOENT || reason == ENOTDIR;
-        if (missing) reason = errno;  // that the bundle has none is no reason where the save area has what is no file
-    }
-    errno = reason ? reason : EXDEV;
-    return nullptr;
+_KXFILE* OpenForReading(const char* name, const OpenMode& mode) {
+    std::string path;
+    Contents contents = kx::LoadExisting(name, &path);
+    if (!contents) return nullptr;
+    FileOwner file(new _KXFILE);
+    file->pBuff = contents.release();
+    file->isText = mode.text;
+    file->pName = KXStrDup(path.c_str());
+    return Enrol(std::move(file));
 }
 
 /// Replacing a file takes a directory that can be written: better known at the open than at the close.
@@ -206,6 +197,43 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
 std::optional<std::string> kx::PlaceToWrite(const char* name) {
     std::optional<std::string> place = SaveArea().Place(name);
     return place ? place : BundleArea().Place(name);
+}
+
+Contents kx::LoadExisting(const char* name, std::string* path) {
+    int reason = 0;
+    for (const Area* area : {static_cast<Area*>(&SaveArea()), &BundleArea()}) {
+        std::optional<std::string> place = area->Place(name);
+        if (!place) continue;
+        if (Contents contents = area->Load(*place)) {
+            if (path) *path = area->FullPath(*place);
+            return contents;
+        }
+        if (!MeansNoFile(errno)) return nullptr;
+        bool missing = reason == 0 || reason == ENOENT || reason == ENOTDIR;
+        if (missing) reason = errno;  // that the bundle has none is no reason where the save area has what is no file
+    }
+    errno = reason ? reason : EXDEV;
+    return nullptr;
+}
+
+const char* kx::WhyUnreadable(int reason) {
+    return reason == EXDEV ? "no file of the two areas can have this name" : std::strerror(reason);
+}
+
+std::unique_ptr<kx::Archive> kx::OpenArchive(const char* path, std::string* fault) {
+    errno = EXDEV;
+    for (const Area* area : {static_cast<Area*>(&SaveArea()), &BundleArea()}) {
+        std::optional<std::string> place = area->Place(path);
+        if (!place) continue;
+        struct stat status {};
+        if (Descriptor file = area->OpenToRead(*place, &status)) {
+            return Archive::Open(ArchiveBytes(std::move(file), status), fault);
+        }
+        if (Contents contents = area->Load(*place)) return Archive::Open(ArchiveBytes(std::move(contents)), fault);
+        break;
+    }
+    *fault = WhyUnreadable(errno);
+    return nullptr;
 }
 
 bool kx::AnyFileOpenForWriting() {

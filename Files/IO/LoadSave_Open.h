@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Files/IO/Archive.h"
 #include "Files/IO/LoadSave_Area.h"
 
 #include <optional>
@@ -21,5 +22,22 @@ bool IsOpenForWriting(const std::string& path);
 /// @return nothing where the name is refused.
 /// @thread any
 std::optional<std::string> PlaceToWrite(const char* name);
+
+/// Reads a whole file that has a name: in the save area, else in the bundle.
+/// @param path  set to its full path; may be null.
+/// @return null, with errno set, where it cannot be read: the bundle's stands in for no saved file that is there.
+/// @throws std::bad_alloc
+/// @thread any
+Contents LoadExisting(const char* name, std::string* path = nullptr);
+
+/// @return why a file that has a name cannot be read, fit to be read by whoever named it.
+const char* WhyUnreadable(int reason);
+
+/// Opens an archive: a file of either area, also one that is in an archive itself.
+/// @param path   a full path.
+/// @param fault  set to why it cannot be read, as the end of a sentence.
+/// @throws std::bad_alloc
+/// @thread any
+std::unique_ptr<Archive> OpenArchive(const char* path, std::string* fault);
 
 }  // namespace kx
