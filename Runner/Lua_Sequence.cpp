@@ -19,7 +19,9 @@ struct List {
     static constexpr bool kGrows = true;
 
     static int Count(lua_State* L, Proxy* proxy) { return ListOf(L, *proxy).m_count; }
-    static const RValue* At(lua_State* L, Proxy* proxy, int place) { return ListOf(L, *proxy).Get(place); }
+    static void Get(lua_State* L, Proxy* proxy, int place, RValue* copy) {
+        COPY_RValue(copy, ListOf(L, *proxy).Get(place));
+    }
     static void Remove(lua_State* L, Proxy* proxy, int place) { ListOf(L, *proxy).Delete(place); }
     static void Put(lua_State* L, Proxy* proxy, int place, RValue* value) {
         CDS_List& list = ListOf(L, *proxy);
@@ -33,7 +35,9 @@ struct Array {
     static constexpr bool kGrows = true;
 
     static int Count(lua_State*, Proxy* proxy) { return proxy->held.arr->m_length; }
-    static const RValue* At(lua_State*, Proxy* proxy, int place) { return &proxy->held.arr->m_elements[place]; }
+    static void Get(lua_State*, Proxy* proxy, int place, RValue* copy) {
+        COPY_RValue(copy, &proxy->held.arr->m_elements[place]);
+    }
     static void Remove(lua_State*, Proxy* proxy, int place) { REMOVE_RValue(&proxy->held, place); }
     static void Put(lua_State*, Proxy* proxy, int place, RValue* value) {
         SET_RValue(&proxy->held, value, nullptr, place);
@@ -47,7 +51,9 @@ struct Row {
     static constexpr bool kGrows = false;
 
     static int Count(lua_State* L, Proxy* proxy) { return GridOf(L, *proxy).m_width; }
-    static const RValue* At(lua_State* L, Proxy* proxy, int place) { return GridOf(L, *proxy).At(place, proxy->row); }
+    static void Get(lua_State* L, Proxy* proxy, int place, RValue* copy) {
+        GridOf(L, *proxy).Get(place, proxy->row, copy);
+    }
     static void Remove(lua_State*, Proxy*, int) {}
     static void Put(lua_State* L, Proxy* proxy, int place, RValue* value) {
         GridOf(L, *proxy).Set(place, proxy->row, value);
@@ -77,7 +83,7 @@ int Index(lua_State* L) {
     {
         DS_AutoMutex lock;
         bool inside = place >= 0 && place < Sequence::Count(L, proxy);
-        if (inside) COPY_RValue(&found.value, Sequence::At(L, proxy, place));
+        if (inside) Sequence::Get(L, proxy, place, &found.value);
         bool gap = inside && found.value.kind == VALUE_UNDEFINED;
         if (gap) found.value = {{0}, 0, VALUE_PTR};  // kx.null: a nil here would be the sequence's end
     }

@@ -127,7 +127,8 @@ TEST_F(Collections, WhatContainersHoldIsKept) {
     RValue element = Struct();
     themaps.arr[map]->Set(&key, &value);
     thelists.arr[list]->Add(&element);
-    *thegrids.arr[grid]->At(1, 1) = Struct();
+    RValue cell = Struct();
+    thegrids.arr[grid]->Set(1, 1, &cell);
 
     Collector::Collect();
     EXPECT_EQ(Structs(), 4);

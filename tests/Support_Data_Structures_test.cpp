@@ -394,21 +394,40 @@ TEST_F(DataStructures, AGridsCellIsReplaced) {
     EXPECT_FALSE(grid.Set(2, 0, &text.Get()));
     EXPECT_FALSE(grid.Set(0, -1, &text.Get()));
 
-    EXPECT_STREQ(grid.At(1, 0)->str->m_thing, "text");
     EXPECT_EQ(text.Get().str->m_refCount, 2);
+    Value copy;
+    EXPECT_TRUE(grid.Get(1, 0, &copy.Get()));
+    EXPECT_EQ(copy.Get().str, text.Get().str);
+    EXPECT_EQ(text.Get().str->m_refCount, 3);
 }
 
-TEST_F(DataStructures, AGridIsStoredRowByRow) {
+TEST_F(DataStructures, AGridsCellsAreZeroUntilTheyAreSet) {
     CDS_Grid grid(3, 2);
-    grid.At(2, 1)->real = 7;
+    RValue seven = Real(7);
+    EXPECT_TRUE(grid.Set(2, 1, &seven));
 
-    EXPECT_EQ(grid.m_cells[5].real, 7);
-    EXPECT_EQ(grid.At(0, 0)->real, 0);
-    for (auto [column, row] : {std::pair(3, 0), {0, 2}, {-1, 0}, {0, -1}}) {
-        EXPECT_EQ(grid.At(column, row), nullptr);
+    for (int row = 0; row < 2; ++row) {
+        for (int column = 0; column < 3; ++column) {
+            RValue cell = Real(-1);
+            EXPECT_TRUE(grid.Get(column, row, &cell));
+            EXPECT_EQ(cell.kind, VALUE_REAL);
+            EXPECT_EQ(cell.real, column == 2 && row == 1 ? 7 : 0);
+        }
     }
-    KXCreateString(grid.At(0, 0), "released with the grid");
-    EXPECT_EQ(CDS_Grid(0, 5).At(0, 0), nullptr);
+    for (auto [column, row] : {std::pair(3, 0), {0, 2}, {-1, 0}, {0, -1}}) {
+        RValue untouched = Real(-1);
+        EXPECT_FALSE(grid.Get(column, row, &untouched));
+        EXPECT_EQ(untouched.real, -1);
+    }
+    Value text("released with the grid");
+    EXPECT_TRUE(grid.Set(0, 0, &text.Get()));
+}
+
+TEST_F(DataStructures, AGridMayBeEmptyAndMustNotBeTooLarge) {
+    RValue cell = Real(-1);
+    EXPECT_FALSE(CDS_Grid(0, 5).Get(0, 0, &cell));
+    EXPECT_FALSE(CDS_Grid(5, 0).Get(0, 0, &cell));
+    EXPECT_FALSE(CDS_Grid(5, 0).Set(0, 0, &cell));
     EXPECT_THROW(CDS_Grid(-1, 1), std::bad_alloc);
     for (int side : {1 << 20, 1 << 30, INT_MAX}) {
         EXPECT_THROW(CDS_Grid(side, side), std::bad_alloc);

@@ -75,10 +75,7 @@ void ForEachContained(Visit visit) {
         }
     }
     for (int i = 1; i < thegrids.length; ++i) {
-        const CDS_Grid* grid = thegrids.arr[i];
-        for (long long k = 0; grid && k < static_cast<long long>(grid->m_width) * grid->m_height; ++k) {
-            visit(grid->m_cells[k]);
-        }
+        if (thegrids.arr[i]) thegrids.arr[i]->ForEachValue(visit);
     }
 }
 

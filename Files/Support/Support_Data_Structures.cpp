@@ -2,6 +2,7 @@
 #include "Files/Support/Support_Data_Structures.h"
 
 #include "Files/Base/Number.h"
+#include "Files/Support/Support_Data_Structures_Store.h"
 #include "Platform/MemoryManager.h"
 
 #include <algorithm>
@@ -132,13 +133,6 @@ bool IsSameKey(const RValue& a, const RValue& b) {
 using Node = HashNode<MapStore>;
 using Bucket = HashLink<Node>;
 
-template <class T>
-T* AllocZeroed(long long count) {
-    constexpr auto kSize = static_cast<long long>(sizeof(T));
-    if (count < 0 || count > INT_MAX / kSize) throw std::bad_alloc();
-    return static_cast<T*>(MemoryManager::Alloc(static_cast<unsigned int>(count * kSize), __FILE__, __LINE__, true));
-}
-
 void Append(Bucket* bucket, Node* node) {
     node->m_pPrev = bucket->m_pLast;
     node->m_pNext = nullptr;
@@ -153,13 +147,6 @@ void Append(Bucket* bucket, Node* node) {
 void Unlink(Bucket* bucket, Node* node) {
     (node->m_pPrev ? node->m_pPrev->m_pNext : bucket->m_pFirst) = node->m_pNext;
     (node->m_pNext ? node->m_pNext->m_pPrev : bucket->m_pLast) = node->m_pPrev;
-}
-
-/// Replaces a value by a copy of another; the old one is released last, for it may hold the new one.
-void Replace(RValue* place, const RValue* value) {
-    RValue old = *place;
-    COPY_RValue(place, value);
-    FREE_RValue__Pre(&old);
 }
 
 }  // namespace
@@ -238,7 +225,7 @@ bool CDS_Map::Take(RValueOwner* key, RValueOwner* value) {
 void CDS_Map::Set(const RValue* key, const RValue* value) {
     unsigned int id = HashOf(*key);
     if (Node* node = NodeOf(key, id)) {
-        Replace(&node->m_pObj->value, value);
+        kx::ReplaceValue(&node->m_pObj->value, value);
     } else {
         Insert(key, value, id);
     }
@@ -401,7 +388,7 @@ void CDS_Map::OrderText(Node* node) {
 void CDS_Map::Grow() {
     int buckets = m_pHashTable->m_HashingMask + 1;
     if (buckets >= kMaxBuckets) throw std::bad_alloc();
-    auto* grown = AllocZeroed<Bucket>(buckets * 2LL);
+    auto* grown = kx::AllocZeroed<Bucket>(buckets * 2LL);
     unsigned int mask = static_cast<unsigned int>(buckets) * 2 - 1;
     for (int i = 0; i < buckets; ++i) {
         Node* next = nullptr;
@@ -457,7 +444,7 @@ bool CDS_List::Insert(int index, const RValue* value) {
 
 bool CDS_List::Set(int index, const RValue* value) {
     if (index < 0 || index >= m_count) return false;
-    Replace(&m_elements[index], value);
+    kx::ReplaceValue(&m_elements[index], value);
     return true;
 }
 
@@ -475,28 +462,4 @@ void CDS_List::Clear() {
     while (m_count > 0) {
         FREE_RValue__Pre(&m_elements[--m_count]);
     }
-}
-
-CDS_Grid::CDS_Grid(int width, int height)
-    : m_width(width), m_height(height), m_cells(nullptr), m_serial(NewDsSerial()) {
-    if (width < 0 || height < 0) throw std::bad_alloc();
-    m_cells = AllocZeroed<RValue>(static_cast<long long>(width) * height);
-}
-
-CDS_Grid::~CDS_Grid() {
-    for (long long i = 0; i < static_cast<long long>(m_width) * m_height; ++i) {
-        FREE_RValue__Pre(&m_cells[i]);
-    }
-    MemoryManager::Free(m_cells);
-}
-
-RValue* CDS_Grid::At(int column, int row) const {
-    bool inside = column >= 0 && column < m_width && row >= 0 && row < m_height;
-    return inside ? &m_cells[static_cast<long long>(row) * m_width + column] : nullptr;
-}
-
-bool CDS_Grid::Set(int column, int row, const RValue* value) {
-    RValue* cell = At(column, row);
-    if (cell) Replace(cell, value);
-    return cell != nullptr;
 }

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "Files/Base/RValue.h"
+#include "Files/Support/Csv.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 /// Maps, lists and grids of script values, which scripts know by their index in a table.
@@ -193,30 +195,56 @@ private:
     int m_allocated = 0;
 };
 
-/// A grid of values, row by row.
+/// A grid of values, row by row, or of texts that a file held, which share one block of memory.
 class CDS_Grid {
 public:
     /// @param width   columns, 0 or more.
     /// @param height  rows, 0 or more. All cells are the real 0 at first.
     /// @throws std::bad_alloc, also where the size makes no sense.
     CDS_Grid(int width, int height);
+
+    /// A grid of strings. Cells that a row does not have are empty ones.
+    explicit CDS_Grid(kx::TextRows texts);
+
     CDS_Grid(const CDS_Grid&) = delete;
     CDS_Grid& operator=(const CDS_Grid&) = delete;
     ~CDS_Grid();
 
-    /// @return the cell, which belongs to the grid; null where it is not there. Whoever writes one here releases what
-    /// it held.
-    RValue* At(int column, int row) const;
+    /// Copies a cell.
+    /// @param copy  set to what the caller owns then; what it held before is not released.
+    /// @return false, nothing changed, for a cell that is not there.
+    /// @throws std::bad_alloc
+    bool Get(int column, int row, RValue* copy) const;
 
     /// Replaces a cell by a copy.
     /// @return false, nothing changed, for a cell that is not there.
+    /// @throws std::bad_alloc; the grid is then as it was.
     bool Set(int column, int row, const RValue* value);
+
+    /// Calls `visit` with every cell but the texts that the grid was made of.
+    template <class Visit>
+    void ForEachValue(Visit visit) const {
+        for (size_t i = 0; i < m_cellCount; ++i) {
+            visit(m_cells[i]);
+        }
+        for (const auto& cell : m_changed) {
+            visit(cell.second);
+        }
+    }
 
     int m_width;
     int m_height;
-    RValue* m_cells;  ///< m_width * m_height of them, host memory
-
     uint64_t m_serial;  ///< see NewDsSerial
+
+private:
+    [[nodiscard]] bool HasCell(int column, int row) const;
+    [[nodiscard]] uint64_t IndexOf(int column, int row) const;
+
+    // One or the other, row by row: values in host memory, or texts and the values that have taken their places.
+    RValue* m_cells = nullptr;
+    size_t m_cellCount = 0;
+    kx::TextRows m_texts;
+    std::unordered_map<uint64_t, RValue> m_changed;
 };
 
 // --- the tables ----------------------------------------------------------------------------------------------------

@@ -2,15 +2,19 @@
 #include "Files/Support/Support_File.h"
 
 #include "Files/Code/Code_Error.h"
-#include "Files/IO/LoadSave_Area.h"
+#include "Files/IO/LoadSave_Open.h"
+#include "Files/Support/Csv.h"
+#include "Files/Support/Support_Data_Structures.h"
 #include "Platform/MemoryManager.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 using kx::Area;
 using kx::BundleArea;
@@ -75,6 +79,23 @@ int DestroyDir(const char* path) {
     if (reason && !missing)
         dbg_csol->Output("Failed to remove directory: %s (%s)\n", path ? path : "", std::strerror(reason));
     return reason == 0;
+}
+
+int LoadCSV(char* name) {
+    std::string fault;
+    kx::TextRows rows;
+    kx::Contents text = kx::LoadExisting(name);
+    bool read = text ? kx::ReadCsv(std::move(text), &rows, &fault) : false;
+    if (!read) {
+        const char* why = fault.empty() ? kx::WhyUnreadable(errno) : fault.c_str();
+        dbg_csol->Output("Failed to load CSV file: %s (%s)\n", name ? name : "", why);
+        return -1;
+    }
+    auto grid = std::make_unique<CDS_Grid>(std::move(rows));
+    DS_AutoMutex lock;
+    int index = FindFreeDsGridIndex();
+    thegrids.arr[index] = grid.release();
+    return index;
 }
 
 char* ExtractFileName(const char* name) {

@@ -20,6 +20,20 @@ int DirectoryExists(const char* path);
 /// @thread any
 int DestroyDir(const char* path);
 
+// --- CSV ------------------------------------------------------------------------------------------------------------
+
+/// Loads a CSV file (RFC 4180) into a grid whose cells are all strings; rows that are shorter than the longest are
+/// filled up with empty ones. Lines end with LF or CR LF, also inside quotes; a byte order mark is skipped; quotes
+/// inside a cell that does not begin with one stand for themselves, as does a CR without LF. The last line's end may be
+/// missing. An empty file is a grid without rows.
+/// @param name  a file's name or full path: in the save area, else in the bundle.
+/// @return the grid's index, which the caller frees with FreeDsGrid; -1, with a line on dbg_csol that says why and
+///         where, for a file that cannot be read, holds a zero byte or ends inside quotes, and beyond
+///         kx::kMaxCsvBytes and kx::kMaxFilledCells.
+/// @throws std::bad_alloc
+/// @thread any
+int LoadCSV(char* name);
+
 // --- file names: text only, nothing is looked up. Components end at "/" and at "\". ---------------------------------
 // Each returns a new text in host memory, which the caller releases with KXFree; null for null.
 // @throws std::bad_alloc
