@@ -7,6 +7,8 @@
 #include "tests/support/Areas.h"
 #include "tests/support/BuiltIn.h"
 
+#include <iterator>
+
 namespace kx::test {
 namespace {
 
@@ -81,7 +83,10 @@ const Row kRows[] = {
     {"json_decode", F_JsonDecode, 1, false},
     {"json_stringify", F_JsonEncodeExt, 1, false},
     {"json_parse", F_JsonDecodeExt, 1, false},
+    {"zip_unzip", F_ZipUnzip, 2, false},
+    {"load_csv", F_LoadCSV, 1, true},
 };
+static_assert(std::size(kRows) == 64);
 
 class ModuleFrame : public AreasTest {
 protected:

@@ -88,6 +88,8 @@ const BuiltIn g_builtIns[] = {
     {"json_decode", F_JsonDecode, 1, false},
     {"json_stringify", F_JsonEncodeExt, 1, false},
     {"json_parse", F_JsonDecodeExt, 1, false},
+    {"zip_unzip", F_ZipUnzip, 2, false},
+    {"load_csv", F_LoadCSV, 1, true},
 };
 
 void ClearSlots(StFile* slots, int count) {

@@ -3,8 +3,6 @@
 #include "Files/Function/Function_File_Internal.h"
 #include "Platform/MemoryManager.h"
 
-#include <cstdio>
-
 namespace {
 
 enum : int { MODE_READ = 0, MODE_WRITE = 1, MODE_READ_WRITE = 2 };
@@ -32,10 +30,6 @@ int FindSlot() {
     return id;
 }
 
-void SetFileMode(const char* mode) {
-    std::snprintf(FileMode, sizeof FileMode, "%s", mode);
-}
-
 /// Ends what an earlier use left in a slot.
 void ReleaseStaleHandle(StFile& slot) {
     if (!slot.hF) return;
@@ -44,13 +38,6 @@ void ReleaseStaleHandle(StFile& slot) {
     slot.hF = nullptr;
     MemoryManager::Free(slot.name);
     slot.name = nullptr;
-}
-
-/// Where a name is found, or will be made.
-void Resolve(char* path, const char* name) {
-    if (ResolveExisting(path, name)) return;
-    SetFileMode("ab+");
-    LoadSave::_GetSaveFileName(path, PATH_SIZE, name);
 }
 
 const char* ModeText(int mode) {
@@ -81,7 +68,7 @@ void F_FileBinOpen(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     StFile& slot = binfiles[id];
     ReleaseStaleHandle(slot);
     char path[PATH_SIZE];
-    Resolve(path, name);
+    ResolveOrMake(path, name);
     KXFree(slot.name);
     slot.name = KXStrDup(path);
     SetFileMode(ModeText(mode));

@@ -6,6 +6,8 @@
 #include "Files/IO/LoadSave.h"
 #include "Platform/MemoryManager.h"
 
+#include <cstdio>
+
 /// What the module's allocations are tagged with.
 constexpr char MODULE_SOURCE[] = "Files/Function/Function_File";
 
@@ -63,6 +65,17 @@ inline bool ResolveExisting(char* path, const char* name) {
         return true;
     }
     return false;
+}
+
+inline void SetFileMode(const char* mode) {
+    std::snprintf(FileMode, sizeof FileMode, "%s", mode);
+}
+
+/// Where a name is found, or would be made.
+inline void ResolveOrMake(char* path, const char* name) {
+    if (ResolveExisting(path, name)) return;
+    SetFileMode("ab+");
+    LoadSave::_GetSaveFileName(path, PATH_SIZE, name);
 }
 
 // Binary files
@@ -144,3 +157,7 @@ void F_JsonEncode(RValue& result, CInstance* self, CInstance* other, int argc, R
 void F_JsonDecode(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_JsonEncodeExt(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
 void F_JsonDecodeExt(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+
+// Archives and tables
+void F_ZipUnzip(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
+void F_LoadCSV(RValue& result, CInstance* self, CInstance* other, int argc, RValue* arg);
