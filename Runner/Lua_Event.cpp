@@ -96,7 +96,7 @@ private:
 
     Come m_come;  // in the order in which they came
     std::vector<int> m_awaited;
-    Progress m_progress;
+    EventProgress m_progress;
 };
 
 Events& EventsOf(lua_State* L) {

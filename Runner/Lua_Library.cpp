@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace kx {
 namespace {
@@ -53,20 +54,6 @@ std::string ModulePath(const char* name) {
     return path + ".lua";
 }
 
-/// Pushes a module's chunk, or the reason why there is none.
-/// @return LUA_OK, or what went wrong: LUA_ERRFILE where the bundle has no such file.
-int LoadModule(lua_State* L, const char* name) {
-    std::string path = ModulePath(name);
-    int size = 0;
-    std::unique_ptr<char, decltype(&KXFree)> text(LoadSave::ReadBundleFile(path.c_str(), &size), &KXFree);
-    if (!text) {
-        lua_pushfstring(L, "no file '%s' in the bundle", path.c_str());
-        return LUA_ERRFILE;
-    }
-    std::string chunk = "@" + path;
-    return luaL_loadbufferx(L, text.get(), static_cast<size_t>(size), chunk.c_str(), "t");
-}
-
 /// require(name): the module's value, loaded at the first call.
 int Require(lua_State* L) {
     size_t length = 0;
@@ -79,7 +66,8 @@ int Require(lua_State* L) {
     if (lua_toboolean(L, -1)) return 1;
     lua_pop(L, 1);
 
-    if (LoadModule(L, name) != LUA_OK) return luaL_error(L, "module '%s': %s", name, lua_tostring(L, -1));
+    if (LoadFromBundle(L, ModulePath(name)) != LUA_OK)
+        return luaL_error(L, "module '%s': %s", name, lua_tostring(L, -1));
     lua_pushlightuserdata(L, const_cast<char*>(&kLoading));
     lua_setfield(L, 2, name);
     lua_pushvalue(L, 1);
@@ -97,7 +85,7 @@ int Require(lua_State* L) {
 /// The bundle as one of package.searchers.
 int SearchBundle(lua_State* L) {
     const char* name = luaL_checkstring(L, 1);
-    int found = LoadModule(L, name);
+    int found = LoadFromBundle(L, ModulePath(name));
     if (found != LUA_OK && found != LUA_ERRFILE) return luaL_error(L, "module '%s': %s", name, lua_tostring(L, -1));
     return 1;
 }
@@ -206,7 +194,29 @@ void OpenEverything(lua_State* L, ExitFunction atExit) {
     lua_pop(L, 2);
 }
 
+/// The code without what luaL_loadfilex leaves out of a file: a byte order mark, and a first line for the shell. That
+/// line's end stays, so that lines keep their numbers.
+std::string_view WithoutFirstLine(std::string_view code) {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (code.substr(0, kByteOrderMark.size()) == kByteOrderMark) code.remove_prefix(kByteOrderMark.size());
+    bool forTheShell = !code.empty() && code[0] == '#';
+    return forTheShell ? code.substr(std::min(code.find('\n'), code.size())) : code;
+}
+
 }  // namespace
+
+int LoadFromBundle(lua_State* L, const std::string& path) {
+    int size = 0;
+    std::unique_ptr<char, decltype(&KXFree)> text(LoadSave::ReadBundleFile(path.c_str(), &size), &KXFree);
+    if (!text) {
+        bool there = LoadSave::BundleFileExists(path.c_str());
+        lua_pushfstring(L, there ? "cannot read file '%s' of the bundle" : "no file '%s' in the bundle", path.c_str());
+        return there ? LUA_ERRRUN : LUA_ERRFILE;
+    }
+    std::string_view code = WithoutFirstLine({text.get(), static_cast<size_t>(size)});
+    std::string chunk = "@" + path;
+    return luaL_loadbufferx(L, code.data(), code.size(), chunk.c_str(), "t");
+}
 
 void OpenLibraries(lua_State* L, Containment containment, ExitFunction atExit) {
     if (containment == Containment::closed) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <lua5.4/lua.hpp>
+#include <string>
 
 namespace kx {
 
@@ -18,5 +19,9 @@ enum class Containment {
 /// @param atExit  called by kx.exit with the status; does not return.
 /// @thread the script's
 void OpenLibraries(lua_State* L, Containment containment, void (*atExit)(int status));
+
+/// Pushes the chunk that a file of the bundle holds, or the reason why there is none.
+/// @return LUA_OK, or what went wrong: LUA_ERRFILE where the bundle has no such file.
+int LoadFromBundle(lua_State* L, const std::string& path);
 
 }  // namespace kx

@@ -7,6 +7,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 
 namespace kx {
@@ -16,7 +19,8 @@ constexpr int kWrongUsage = 2;
 
 const char kFooter[] = R"(Examples:
   kxrun game.lua                       run a script; it saves below ~/.local/share/kxrun/game
-  kxrun --save /tmp/s game.lua easy    the same with its own save area; parameter_string(1) is "easy"
+  kxrun game.zip                       run main.lua of an archive, which is the bundle
+  kxrun --save /tmp/s game.lua easy    run it with its own save area; parameter_string(1) is "easy"
   kxrun -e 'print(parameter_count())'  run a line of Lua
   kxrun -i                             type Lua at a prompt, Tab completes names
   kxrun --list                         what scripts can call, with the number of arguments
@@ -27,7 +31,7 @@ Exit status: 0 the script ended, 1 a script error, 2 wrong usage.)";
 class Help : public CLI::Formatter {
 public:
     std::string make_usage(const CLI::App*, std::string) const override {
-        return "Usage: kxrun [options] [--] [script.lua|- [parameters...]]\n";
+        return "Usage: kxrun [options] [--] [script.lua|game.zip|- [parameters...]]\n";
     }
 };
 
@@ -45,13 +49,24 @@ bool HasScriptFile(const Options& options) {
     return !options.script.empty() && options.script != "-";
 }
 
-/// "game" for "levels/game.lua".
+/// "game" for "levels/game.lua" and for "game.zip".
 std::string ScriptName(const Options& options) {
     if (!HasScriptFile(options)) return "scratch";
     std::string name = options.script.substr(options.script.rfind('/') + 1);
-    size_t dot = name.rfind(".lua");
-    bool ends = dot != std::string::npos && dot > 0 && dot + 4 == name.size();
+    std::string extension = options.isArchive ? ".zip" : ".lua";
+    size_t dot = name.rfind(extension);
+    bool ends = dot != std::string::npos && dot > 0 && dot + extension.size() == name.size();
     return ends ? name.substr(0, dot) : name;
+}
+
+/// Whether a file begins as zip archives do, and scripts never. What comes through a pipe can be read only once.
+bool IsArchive(const std::string& path) {
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) return false;
+    char head[4] = {};
+    std::ifstream(path, std::ios::binary).read(head, sizeof head);
+    bool empty = std::memcmp(head, "PK\5\6", sizeof head) == 0;
+    return empty || std::memcmp(head, "PK\3\4", sizeof head) == 0;
 }
 
 /// What is wrong with a folder's name; empty for nothing. An empty variable in "--save=$FOLDER" takes the next option
@@ -69,8 +84,9 @@ int ParseOptions(int argc, char** argv, Options* options) {
     bool version = false;
     CLI::Validator folder(FaultOfFolder, "", "folder");
     app.add_option("--save", options->save, "Folder that the script may write")->type_name("DIR")->check(folder);
-    app.add_option("--bundle", options->bundle, "Folder with what the game ships, read only; default: the script's")
-        ->type_name("DIR")
+    app.add_option("--bundle", options->bundle,
+                   "Folder or zip archive with what the game ships, read only; default: the script's")
+        ->type_name("DIR|ZIP")
         ->check(folder);
     app.add_option("--durability", durability, "full: a closed file is on the disk; none: faster, for tests")
         ->check(CLI::IsMember({"full", "none"}));
@@ -109,6 +125,10 @@ int ParseOptions(int argc, char** argv, Options* options) {
     }
     bool unknown = !separated && options->script.size() > 1 && options->script[0] == '-';
     if (unknown) return WrongUsage("unknown option " + options->script);
+    options->isArchive = HasScriptFile(*options) && IsArchive(options->script);
+    if (options->isArchive && !options->bundle.empty()) {
+        return WrongUsage("\"" + options->script + "\" is an archive and its own bundle: leave out --bundle");
+    }
     if (options->parameters.size() + 1 > static_cast<size_t>(kMaxParameters)) {
         return WrongUsage("a script takes at most " + std::to_string(kMaxParameters - 1) + " parameters");
     }
@@ -129,6 +149,7 @@ std::string SaveFolder(const Options& options) {
 
 std::string BundleFolder(const Options& options) {
     if (!options.bundle.empty()) return options.bundle;
+    if (options.isArchive) return options.script;
     size_t slash = HasScriptFile(options) ? options.script.rfind('/') : std::string::npos;
     return slash == std::string::npos ? "." : options.script.substr(0, slash + 1);
 }

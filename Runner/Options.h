@@ -15,6 +15,7 @@ struct Options {
     bool unsafe = false;                  ///< all of Lua
     std::vector<std::string> code;        ///< chunks to run before the script
     std::string script;                   ///< path, "-" for standard input, empty for none
+    bool isArchive = false;               ///< the script is an archive, and the bundle: its main.lua is run
     std::vector<std::string> parameters;  ///< what follows the script
 };
 
@@ -26,7 +27,7 @@ int ParseOptions(int argc, char** argv, Options* options);
 /// or ~/.local/share/kxrun. Empty where no home is known.
 std::string SaveFolder(const Options& options);
 
-/// The bundle area in use: the option, else the script's folder, else the current one.
+/// The bundle area in use: the option, else the script where it is an archive, else its folder, else the current one.
 std::string BundleFolder(const Options& options);
 
 }  // namespace kx

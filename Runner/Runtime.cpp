@@ -11,6 +11,7 @@
 #include "Runner/Lua_Call.h"
 #include "Runner/Lua_Event.h"
 #include "Runner/Lua_Library.h"
+#include "Runner/Progress.h"
 #include "Runner/Repl.h"
 
 #include <cerrno>
@@ -28,6 +29,9 @@ namespace {
 
 constexpr int kScriptError = 1;
 constexpr int kWrongUsage = 2;
+
+/// What is run of an archive.
+constexpr char kMainScript[] = "main.lua";
 
 bool g_scriptFailed = false;
 bool g_endFailed = false;
@@ -103,9 +107,8 @@ void ListBuiltIns() {
     }
 }
 
-int CannotUse(const char* what, const std::string& folder, int reason, const char* advice) {
-    std::string text = std::string("cannot use ") + what + " \"" + folder + "\": " + std::strerror(reason) + advice;
-    PrintError(text.c_str());
+int CannotUse(const char* what, const std::string& path, const char* why, const char* advice) {
+    PrintError((std::string("cannot use ") + what + " \"" + path + "\": " + why + advice).c_str());
     return kWrongUsage;
 }
 
@@ -146,13 +149,11 @@ int Runtime::OpenAreas() {
         PrintError("no folder for saves: name one with --save");
         return kWrongUsage;
     }
+    // The bundle first: no folder for saves is made for a game that is not there.
+    if (int status = OpenBundle()) return status;
     LoadSave::SetDurability(m_options.durable ? Durability::full : Durability::none);
     if (int reason = LoadSave::SetSaveArea(save.c_str())) {
-        return CannotUse("the save folder", save, reason, "; name another with --save");
-    }
-    std::string bundle = BundleFolder(m_options);
-    if (int reason = LoadSave::SetBundleArea(bundle.c_str())) {
-        return CannotUse("the bundle", bundle, reason, "; name another with --bundle");
+        return CannotUse("the save folder", save, std::strerror(reason), "; name another with --save");
     }
 
     m_parameters.push_back(const_cast<char*>(m_options.script.c_str()));
@@ -163,11 +164,22 @@ int Runtime::OpenAreas() {
     return 0;
 }
 
+int Runtime::OpenBundle() {
+    std::string bundle = BundleFolder(m_options);
+    if (int reason = LoadSave::SetBundleArea(bundle.c_str())) {
+        const char* why = reason == EINVAL ? "it is no folder and no archive to be used" : std::strerror(reason);
+        return CannotUse("the bundle", bundle, why, m_options.isArchive ? "" : "; name another with --bundle");
+    }
+    bool runnable = !m_options.isArchive || LoadSave::BundleFileExists(kMainScript);
+    return runnable ? 0 : CannotUse("the archive", bundle, "it has no main.lua to run", "");
+}
+
 void Runtime::OpenLua() {
     m_lua.reset(luaL_newstate());
     if (!m_lua) throw std::bad_alloc();
     OpenLibraries(m_lua.get(), m_options.unsafe ? Containment::open : Containment::closed, ExitNow);
     OpenBuiltIns(m_lua.get());
+    WatchUnzipping();
 }
 
 bool Runtime::RunChunks() {
@@ -182,7 +194,7 @@ bool Runtime::RunScript() {
     if (m_options.script.empty()) return true;
     lua_State* L = m_lua.get();
     const char* path = m_options.script == "-" ? nullptr : m_options.script.c_str();
-    int loaded = luaL_loadfilex(L, path, "t");
+    int loaded = m_options.isArchive ? LoadFromBundle(L, kMainScript) : luaL_loadfilex(L, path, "t");
     int parameters = 0;
     for (const std::string& parameter : m_options.parameters) {
         if (loaded != LUA_OK) break;

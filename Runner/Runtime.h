@@ -18,6 +18,7 @@ public:
 
 private:
     int OpenAreas();
+    int OpenBundle();
     void OpenLua();
     bool RunWhatIsToRun();
     bool RunChunks();

@@ -161,7 +161,7 @@ TEST_F(Areas, TheRootItselfMayBeALink) {
     EXPECT_EQ(ReadWholeFile(Save("a")), "x");
 }
 
-TEST_F(Areas, AnAreaIsADirectoryThatCanBeUsed) {
+TEST_F(Areas, AnAreaIsSomethingThatCanBeUsed) {
     WriteWholeFile(Outside().parent_path() / "file", "");
     std::string file = (Outside().parent_path() / "file").string();
 
@@ -172,7 +172,8 @@ TEST_F(Areas, AnAreaIsADirectoryThatCanBeUsed) {
     EXPECT_EQ(LoadSave::SetSaveArea(nullptr), EINVAL);
     EXPECT_EQ(LoadSave::SetBundleArea(""), EINVAL);
     EXPECT_EQ(LoadSave::SetBundleArea(nullptr), EINVAL);
-    EXPECT_EQ(LoadSave::SetBundleArea(file.c_str()), ENOTDIR);
+    EXPECT_EQ(LoadSave::SetBundleArea(file.c_str()), EINVAL);  // no archive either
+    EXPECT_EQ(LoadSave::SetBundleArea((file + "/x").c_str()), ENOTDIR);
     EXPECT_EQ(LoadSave::SetBundleArea((Bundle() / "missing").c_str()), ENOENT);
 
     EXPECT_EQ(Resolved("still"), Save("still").string());

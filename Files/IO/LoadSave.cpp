@@ -4,7 +4,7 @@
 #include "Files/Base/Limits.h"
 #include "Files/Base/Number.h"
 #include "Files/Code/Code_Error.h"
-#include "Files/IO/LoadSave_Area.h"
+#include "Files/IO/LoadSave_ArchiveArea.h"
 #include "Files/IO/LoadSave_Open.h"
 
 #include <algorithm>
@@ -61,6 +61,15 @@ int NotHere(char* out) {
     return ENOENT;
 }
 
+constexpr char kBundleTitle[] = "bundle area";
+
+int SetArchive(const char* path) {
+    auto area = std::make_unique<kx::ArchiveArea>(kBundleTitle);
+    int reason = area->Open(path);
+    if (reason == 0) kx::SetBundle(std::move(area));
+    return reason;
+}
+
 // --- reading and writing --------------------------------------------------------------------------------------------
 
 /// @return the bytes written: all of them, or none after KXError.
@@ -106,11 +115,11 @@ int LoadSave::SetSaveArea(const char* directory) {
     return 0;
 }
 
-int LoadSave::SetBundleArea(const char* directory) {
-    auto area = std::make_unique<DirectoryArea>("bundle area");
-    if (int reason = area->SetRoot(directory, false)) return reason;
-    kx::SetBundle(std::move(area));
-    return 0;
+int LoadSave::SetBundleArea(const char* directoryOrZip) {
+    auto area = std::make_unique<DirectoryArea>(kBundleTitle);
+    int reason = area->SetRoot(directoryOrZip, false);
+    if (reason == 0) kx::SetBundle(std::move(area));
+    return reason == ENOTDIR ? SetArchive(directoryOrZip) : reason;
 }
 
 bool LoadSave::SaveFileExists(const char* name) {

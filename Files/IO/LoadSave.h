@@ -125,9 +125,12 @@ public:
     ///         (the module cuts paths at the last one), EBUSY while files are open for writing.
     static int SetSaveArea(const char* directory);
 
-    /// Makes a directory the bundle area.
-    /// @return 0 or an errno value; the area is then as it was.
-    static int SetBundleArea(const char* directory);
+    /// Makes a directory or a zip archive the bundle area. Full paths in an archive are its own path, "/" and the
+    /// entry's name; only the host can open them, not the system. The archive may be replaced while it is the bundle,
+    /// but not written to.
+    /// @return 0 or an errno value; the area is then as it was. EINVAL, with a line on dbg_csol that says what is wrong
+    ///         with it, for a file that is no archive or one that cannot be used whole.
+    static int SetBundleArea(const char* directoryOrZip);
 
     /// @return true when the name is a regular file of the area.
     static bool SaveFileExists(const char* name);
