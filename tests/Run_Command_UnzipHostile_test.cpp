@@ -51,6 +51,14 @@ TEST_F(HostileArchives, ThatAreEncryptedAreRefused) {
     EXPECT_EQ(RefusalOf(strong), "entry \"secret\" is encrypted");
 }
 
+TEST_F(HostileArchives, ForDirectoriesTheRulesOfFilesHold) {
+    EXPECT_EQ(RefusalOf(Changed({"d/"}, [](ZipEntry& e) { e.flags = kEncrypted; })), "entry \"d/\" is encrypted");
+    EXPECT_EQ(RefusalOf(Changed({"d/"}, [](ZipEntry& e) { e.method = 96; })),
+              "entry \"d/\" is compressed by a method that cannot be undone (method 96)");
+    EXPECT_EQ(RefusalOf(Changed({"d/"}, [](ZipEntry& e) { e.packed = "junk"; })),
+              "entry \"d/\" contradicts the directory");
+}
+
 TEST_F(HostileArchives, OfUnknownMethodsAreRefused) {
     for (int method : {2, 6, 7, 10, 96, 1000, 65535}) {
         ZipEntry entry{"odd", "x"};

@@ -29,7 +29,7 @@ bool CheckPacking(const std::vector<UnzipPlan::Target>& targets, std::string* fa
             return false;
         }
         left -= target.entry->size;
-        std::string wrong = target.directory ? "" : FaultOfPacking(*target.entry);
+        std::string wrong = FaultOfPacking(*target.entry);
         if (!wrong.empty()) return Refuse(fault, *target.entry, wrong);
     }
     return true;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kx {
@@ -30,7 +31,6 @@ public:
 
     [[nodiscard]] int Width() const { return m_width; }  ///< texts in the longest row
     [[nodiscard]] int Height() const { return static_cast<int>(m_rows.size()) - 1; }
-    [[nodiscard]] size_t Count() const { return m_starts.size(); }
 
     /// @return a text; an empty one where the row is shorter than that.
     /// @param row  one that is there.
