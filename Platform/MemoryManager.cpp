@@ -1,6 +1,8 @@
 // The host's allocator over malloc.
 #include "Platform/MemoryManager.h"
 
+#include "Platform/Sanitizer.h"
+
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -10,7 +12,7 @@
 #include <new>
 #include <sys/mman.h>
 
-#if defined(__SANITIZE_ADDRESS__)
+#if KX_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -130,7 +132,7 @@ void* MemoryManager::Reserve(size_t size) {
     int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
     void* room = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, -1, 0);
     if (room == MAP_FAILED) throw std::bad_alloc();
-#if defined(__SANITIZE_ADDRESS__)
+#if KX_ADDRESS_SANITIZER
     __lsan_register_root_region(room, size);  // what stands in a table is no leak
 #endif
     return room;

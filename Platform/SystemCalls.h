@@ -9,6 +9,9 @@
 
 struct open_how;
 
+static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8 && sizeof(stat::st_mtime) == 8 && sizeof(stat::st_ino) == 8,
+              "32-bit targets need _FILE_OFFSET_BITS=64 and _TIME_BITS=64: files pass 2 GB, and dates the year 2038");
+
 namespace kx {
 
 /// Every file system call that the host makes, in one table.

@@ -3,6 +3,7 @@ add_library(kx_private_options INTERFACE)
 target_compile_options(kx_private_options INTERFACE
   -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor
   -fno-semantic-interposition
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>  # as GCC's -Wconversion: without signs
   $<$<BOOL:${KX_WERROR}>:-Werror>
 )
 

@@ -1,5 +1,7 @@
 // kxrun and requests that do not end well: exits, Ctrl-C, and machines that have no library or no thread for them.
+#include "Platform/Sanitizer.h"
 #include "tests/Kxrun_Http_fixture.h"
+#include "tests/support/Machine.h"
 
 namespace kx::test {
 namespace {
@@ -42,7 +44,7 @@ TEST_F(KxrunHttp, CtrlCEndsAScriptThatWaits) {
     EXPECT_EQ(NamesIn(Save()), (Words{"log.txt", "save.txt"}));
 }
 
-#if !defined(__SANITIZE_THREAD__)  // with it a thread that only computes gets no signal
+#if !KX_THREAD_SANITIZER  // with it a thread that only computes gets no signal
 
 TEST_F(KxrunHttp, CtrlCEndsAScriptThatComputesWhateverItCatches) {
     EXPECT_EQ(StatusAfterCtrlC("while true do pcall(function() while true do end end) end"), -SIGINT);
@@ -70,9 +72,10 @@ TEST_F(KxrunHttp, WithoutTheLibraryEveryRequestFails) {
         << outcome.errors;
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they want more address space than there is
+#if !KX_ADDRESS_SANITIZER && !KX_THREAD_SANITIZER  // they want more address space than there is
 
 TEST_F(KxrunHttp, WithoutThreadsEveryRequestFails) {
+    if (IsEmulated()) GTEST_SKIP() << kLimitedWithTheProgram;
     WriteWholeFile(Bundle() / "game.lua", kThreeInTurn);
     std::string limits = "ulimit -s 4000000 && ulimit -v 3000000 && exec \"$@\"";  // KB; a thread's stack does not fit
     Words words = InAreas({(Bundle() / "game.lua").string()});

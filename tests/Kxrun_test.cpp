@@ -1,5 +1,7 @@
 // kxrun as a program: statuses, streams, and what happens to open files at the end.
+#include "Platform/Sanitizer.h"
 #include "tests/Kxrun_fixture.h"
+#include "tests/support/Machine.h"
 
 #include <cstdlib>
 
@@ -226,8 +228,9 @@ TEST_F(Kxrun, ErrorsHaveTheScriptsPositionThroughAnyCallInBetween) {
     EXPECT_NE(outcome.out.find("game.lua:3: file_text_close takes 1 argument, but 0 given"), std::string::npos);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they take more room than any limit leaves
+#if !KX_ADDRESS_SANITIZER && !KX_THREAD_SANITIZER  // they take more room than any limit leaves
 TEST_F(Kxrun, ArgumentsThatDoNotFitIntoMemoryAreAScriptError) {
+    if (IsEmulated()) GTEST_SKIP() << kLimitedWithTheProgram;
     std::string command = std::string("ulimit -v 160000; exec '") + KXRUN + "' --save '" + Save().string() +
                           "' -e \"local t = {} for i = 1, 3000000 do t[i] = 'a' end "
                           "local ok, text = pcall(file_exists, t) print(ok, text)\" > '" +
@@ -239,6 +242,7 @@ TEST_F(Kxrun, ArgumentsThatDoNotFitIntoMemoryAreAScriptError) {
 }
 
 TEST_F(Kxrun, AnIniFileThatDoesNotFitIntoMemoryAtTheEndCostsNoOtherFile) {
+    if (IsEmulated()) GTEST_SKIP() << kLimitedWithTheProgram;
     WriteWholeFile(Folder("script.lua"),
                    "local f = file_text_open_write('t.txt') file_text_write_string(f, 'precious')\n"
                    "ini_open('a.ini') ini_write_string('a', 'k', ('x'):rep(150000000))\n"
@@ -256,6 +260,7 @@ TEST_F(Kxrun, AnIniFileThatDoesNotFitIntoMemoryAtTheEndCostsNoOtherFile) {
 
 /// Whichever allocation it is that fails: those of the C++ library's own containers throw too.
 TEST_F(Kxrun, StructsThatDoNotFitIntoMemoryAreAScriptErrorAndTheirFilesAreWritten) {
+    if (IsEmulated()) GTEST_SKIP() << kLimitedWithTheProgram;
     std::string command = std::string("ulimit -v 200000; exec '") + KXRUN + "' --save '" + Save().string() +
                           "' -e \"local file = file_text_open_write('kept.txt') file_text_write_string(file, 'kept') "
                           "local t = {} local ok, text = pcall(function() for i = 1, 3000000 do t[i] = kx.struct() end "

@@ -1,4 +1,5 @@
 // How the files of an archive are written: in one step each, durably, watched, and in little memory.
+#include "Platform/Sanitizer.h"
 #include "tests/Run_Command_Unzip_fixture.h"
 
 #include <algorithm>
@@ -291,7 +292,7 @@ TEST_F(UnzippedFiles, AreNoneWhereTheObserverNeverWantsAny) {
 
 // --- memory ----------------------------------------------------------------------------------------------------------
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they take memory of their own
+#if !KX_ADDRESS_SANITIZER && !KX_THREAD_SANITIZER  // they take memory of their own
 /// The most that this process has had in memory, in KiB.
 long PeakMemory() {
     rusage usage{};

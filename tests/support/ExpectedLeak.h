@@ -1,6 +1,8 @@
 #pragma once
 
-#if defined(__SANITIZE_ADDRESS__)
+#include "Platform/Sanitizer.h"
+
+#if KX_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -9,7 +11,7 @@ namespace kx::test {
 /// What this thread allocates while it lives may stay behind: the leak check passes over it.
 class ExpectedLeak {
 public:
-#if defined(__SANITIZE_ADDRESS__)
+#if KX_ADDRESS_SANITIZER
     ExpectedLeak() {
         __lsan_disable();
     }
