@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <sys/file.h>
 
 namespace kx {
@@ -31,22 +32,28 @@ std::string Below(const std::string& directory, const char* leaf) {
     return durability == Durability::full ? Sync(g_systemCalls.fsync, parent.Get()) : 0;
 }
 
+struct ListCloser {
+    void operator()(DIR* list) const {
+        int reason = errno;
+        g_systemCalls.closedir(list);
+        errno = reason;
+    }
+};
+
 /// Calls back for every entry of a directory but "." and "..".
 /// @return 0, or an errno value where the directory cannot be read to its end.
 template <class Visit>
 int ForEachEntry(Descriptor directory, Visit visit) {
-    DIR* list = directory ? g_systemCalls.fdopendir(directory.Get()) : nullptr;
+    std::unique_ptr<DIR, ListCloser> list(directory ? g_systemCalls.fdopendir(directory.Get()) : nullptr);
     if (!list) return errno;
     directory.Release();  // the list closes it
     errno = 0;
-    while (const dirent* entry = g_systemCalls.readdir(list)) {
+    while (const dirent* entry = g_systemCalls.readdir(list.get())) {
         bool dots = std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0;
         if (!dots) visit(*entry);
         errno = 0;
     }
-    int reason = errno;
-    g_systemCalls.closedir(list);
-    return reason;
+    return errno;
 }
 
 EntryKind KindOf(mode_t mode) {

@@ -261,7 +261,8 @@ TEST_F(JsonDecode, TextThatWouldTakeGigabytesIsRefusedBeforeItIsParsed) {
     objects += "{}]";
 
     EXPECT_EQ(Call("json_decode", {brackets}).Real(), -1);
-    EXPECT_EQ(m_console.Take(), "JSON text too large: it could take 51600 MiB\n");  // once
+    const char* size = sizeof(void*) > 4 ? "51600" : "26000";
+    EXPECT_EQ(m_console.Take(), std::string("JSON text too large: it could take ") + size + " MiB\n");  // once
     EXPECT_EQ(Call("json_decode", {objects}).Real(), -1);
     EXPECT_NE(m_console.Take().find("JSON text too large"), std::string::npos);
 }

@@ -96,6 +96,17 @@ TEST_F(StoredIniFiles, ThatAreMissingAreMadeWithTheirFoldersOnceTheyHoldSomethin
     }
 }
 
+TEST_F(StoredIniFiles, AreMadeBelowAFolderWhoseNameTheBundleHasForAFile) {
+    WriteWholeFile(Bundle("player"), "shipped");
+
+    std::unique_ptr<IniFile> ini = OpenIni("player/a.ini");
+    ini->SetKey("s", "k", "v");
+    WrittenText(ini.get());
+
+    EXPECT_EQ(ReadWholeFile(Save("player/a.ini")), "[s]\nk=v\n");
+    EXPECT_EQ(m_console.Take(), "");
+}
+
 TEST_F(StoredIniFiles, AreNotWrittenWithoutAChange) {
     WriteWholeFile(Save("a.ini"), "[s]\n k = v ");
     WriteWholeFile(Bundle("shipped.ini"), "[s]\nk=v\n");

@@ -272,5 +272,20 @@ TEST(IniTextDocuments, MayBeSetToAPartOfThemselves) {
     EXPECT_EQ(ini.GetSection("a"), nullptr);
 }
 
+#if UINTPTR_MAX == UINT32_MAX  // elsewhere no text is as large as that
+
+TEST(IniTextDocuments, RefuseATextWhoseKeysTakeMoreThanTheAddressSpace) {
+    constexpr size_t kKeys = (1ull << 32) / 18 + 1;  // a "=", a line end and 16 bytes for a value: more than 32 bits
+    std::string text = "[a]\nk";
+    text.append(kKeys, '=').append(kKeys, '\n');
+    IniFile ini;
+
+    EXPECT_THROW(ini.SetText(text.c_str()), std::bad_alloc);
+
+    EXPECT_EQ(ini.m_pFirst, nullptr);
+}
+
+#endif
+
 }  // namespace
 }  // namespace kx::test

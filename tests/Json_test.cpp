@@ -83,7 +83,8 @@ TEST(JsonText, BracketsInsideStringsCountAgainstTheLimitToo) {
 
     EXPECT_EQ(ParseJson(brackets.c_str(), &tree), JsonVerdict::tooLarge);
 
-    EXPECT_EQ(console.Take(), "JSON text too large: it could take 3084 MiB\n");
+    const char* size = sizeof(void*) > 4 ? "3084" : "1548";
+    EXPECT_EQ(console.Take(), std::string("JSON text too large: it could take ") + size + " MiB\n");
 }
 
 }  // namespace

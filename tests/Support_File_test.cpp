@@ -5,6 +5,7 @@
 #include "tests/support/Areas.h"
 #include "tests/support/Console.h"
 #include "tests/support/FaultySystemCalls.h"
+#include "tests/support/Machine.h"
 
 #include <algorithm>
 
@@ -67,7 +68,7 @@ TEST_F(SupportFile, ADirectoryExistsInEitherAreaAndNowhereElse) {
         int exists;
     };
     const Case cases[] = {{Save("saved").string(), 1},
-                          {Save("inside").string(), 1},
+                          {Save("inside").string(), KnowsOpenat2() ? 1 : 0},
                           {Save().string(), 1},
                           {Bundle("shipped").string(), 1},
                           {"saved", 1},
@@ -106,8 +107,9 @@ TEST_F(SupportFile, NeitherTheRootNorAFileNorWhatLiesElsewhereIsDestroyed) {
     for (const std::string& path :
          {Save().string(), Bundle("shipped").string(), Save("up/bundle").string(), Save("..").string(),
           std::string("/"), std::string(".."), std::string("."), std::string()}) {
+        bool silent = path == Save("up/bundle") && !KnowsOpenat2();  // a link that is not followed is no directory
         EXPECT_EQ(DestroyDir(path.c_str()), 0) << path;
-        EXPECT_NE(m_console.Take(), "") << path;
+        EXPECT_EQ(m_console.Take().empty(), silent) << path;
     }
     for (const char* name :
          {"file", "missing", "to file", "up", "file/x"}) {  // there is no such directory, and that is that
@@ -124,9 +126,9 @@ TEST_F(SupportFile, ALinkToADirectoryIsDestroyedItself) {
     WriteWholeFile(Save("tree/file"), "x");
     fs::create_directory_symlink("tree", Save("link"));
 
-    EXPECT_EQ(DestroyDir(Save("link").c_str()), 1);
+    EXPECT_EQ(DestroyDir(Save("link").c_str()), KnowsOpenat2() ? 1 : 0);
 
-    EXPECT_EQ(NamesIn(Save()), std::vector<std::string>{"tree"});
+    EXPECT_EQ(fs::is_symlink(Save("link")), !KnowsOpenat2());
     EXPECT_TRUE(fs::exists(Save("tree/file")));
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <optional>
@@ -27,13 +28,14 @@ constexpr size_t kValueRoom = 16;
 
 /// Bytes for all names and values of a text. Never more than the text itself: where a terminator comes in, a "=" or a
 /// line end goes, but for the last line, which may have none. Values may have more room than they need.
-size_t RoomForTexts(std::string_view text) {
+/// Beyond 32 bits for a text of 500 MB that is all keys.
+uint64_t RoomForTexts(std::string_view text) {
     auto lines = std::count(text.begin(), text.end(), '\n') + 1;
     auto keys = std::min(lines, std::count(text.begin(), text.end(), '='));
-    return text.size() + 1 + static_cast<size_t>(keys) * kValueRoom;
+    return uint64_t{text.size()} + 1 + static_cast<uint64_t>(keys) * kValueRoom;
 }
 
-char* AllocText(size_t size) {
+char* AllocText(uint64_t size) {
     if (size > UINT_MAX) throw std::bad_alloc();
     return static_cast<char*>(MemoryManager::Alloc(static_cast<unsigned int>(size), __FILE__, __LINE__, false));
 }
@@ -68,7 +70,8 @@ void IniFile::Load() {
     }
     _KXFILE* file = LoadSave::fopen(place->c_str(), "rt");
     if (!file) {
-        if (errno != ENOENT) GiveUpReading(errno);
+        bool missing = errno == ENOENT || errno == ENOTDIR;
+        if (!missing) GiveUpReading(errno);
         return;
     }
     char* text = std::exchange(file->pBuff->m_data, nullptr);

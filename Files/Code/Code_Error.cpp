@@ -4,25 +4,34 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <exception>
 #include <mutex>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
+/// In the place of a text that there is no memory for: short enough to need none.
+constexpr char kNoMemory[] = "out of memory";
+
 KXErrorHandler g_handler = nullptr;
 
 thread_local bool t_raised = false;  // apart from the text: asked after every call of a built-in
 thread_local std::string t_text;
 
-std::string Format(const char* format, va_list arguments) {
+/// @return false where there is no memory for the text.
+bool Format(std::string* text, const char* format, va_list arguments) noexcept {
     va_list again;
     va_copy(again, arguments);
     int length = std::vsnprintf(nullptr, 0, format, again);
     va_end(again);
-    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
-    if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
+    try {
+        text->assign(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    } catch (const std::exception&) {  // or no text is that long
+        return false;
+    }
+    if (length > 0) std::vsnprintf(text->data(), text->size() + 1, format, arguments);
+    return true;
 }
 
 /// Messages quote names that scripts and archives made up: nothing of them may drive the terminal.
@@ -42,12 +51,17 @@ public:
     void Output(const char* format, ...) override __attribute__((format(printf, 2, 3))) {
         va_list arguments;
         va_start(arguments, format);
-        std::string text = Format(format, arguments);
+        std::string text;
+        bool formatted = Format(&text, format, arguments);
         va_end(arguments);
         ShowControlCharacters(&text);
 
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_pending += text;
+        if (!formatted || !Keep(text)) {
+            WriteOut(std::exchange(m_pending, std::string()));
+            WriteOut(formatted ? text.c_str() : format);  // better than nothing
+            return;
+        }
         size_t end = m_pending.rfind('\n');
         if (end == std::string::npos) return;
         WriteOut(std::string_view(m_pending).substr(0, end + 1));
@@ -55,6 +69,16 @@ public:
     }
 
 private:
+    /// @return false where there is no memory for it.
+    bool Keep(const std::string& text) noexcept {
+        try {
+            m_pending += text;
+            return true;
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+
     static void WriteOut(std::string_view text) {
         while (!text.empty()) {
             ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
@@ -75,8 +99,10 @@ IConsole* dbg_csol = new StandardErrorConsole;  // outlives every static object 
 void KXError(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::string text = Format(format, arguments);
+    std::string text;
+    bool formatted = Format(&text, format, arguments);
     va_end(arguments);
+    if (!formatted) text = kNoMemory;
 
     if (g_handler) {
         g_handler(text.c_str());

@@ -7,7 +7,8 @@
 /// KXError raises a script error: the built-in that called it goes on to its return, and the script sees the error
 /// then. dbg_csol takes messages that do not stop a script.
 
-/// Raises a script error with a printf-style text.
+/// Raises a script error with a printf-style text; where there is no memory for it, with the text "out of memory". It
+/// throws nothing.
 /// @thread any; without a handler the error is pending on the thread that raised it.
 void KXError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
@@ -29,7 +30,8 @@ struct tagIConsole {
     virtual ~tagIConsole() = default;
     virtual void Create() {}
 
-    /// Writes a printf-style text, which ends with a line feed.
+    /// Writes a printf-style text, which ends with a line feed. It must not throw: the default one writes the bare
+    /// format where there is no memory for the text.
     /// @thread any
     virtual void Output(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
 };

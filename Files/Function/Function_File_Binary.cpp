@@ -34,10 +34,10 @@ int FindSlot() {
 void ReleaseStaleHandle(StFile& slot) {
     if (!slot.hF) return;
     bool known = slot.mode == MODE_READ || slot.mode == MODE_WRITE || slot.mode == MODE_READ_WRITE;
-    if (known) LoadSave::fclose(slot.hF);
-    slot.hF = nullptr;
     MemoryManager::Free(slot.name);
     slot.name = nullptr;
+    HKXFILE stale = TakeFile(slot);
+    if (known) LoadSave::fclose(stale);
 }
 
 const char* ModeText(int mode) {
@@ -69,8 +69,9 @@ void F_FileBinOpen(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     ReleaseStaleHandle(slot);
     char path[PATH_SIZE];
     ResolveOrMake(path, name);
+    char* copy = KXStrDup(path);
     KXFree(slot.name);
-    slot.name = KXStrDup(path);
+    slot.name = copy;
     SetFileMode(ModeText(mode));
     if (mode != MODE_READ) EnsureDirectoryIsCreated(path);
     slot.hF = LoadSave::fopen(path, FileMode);
@@ -87,7 +88,7 @@ void F_FileBinRewrite(RValue&, CInstance*, CInstance*, int, RValue* arg) {
     StFile* slot = OpenSlotOf(KXGetInt32(arg, 0), "Trying to rewrite unopened file.");
     if (!slot) return;
     LoadSave::Abandon(slot->hF);  // it would replace the file by what is to go, and an error after that lose it
-    if (slot->hF) LoadSave::fclose(slot->hF);
+    LoadSave::fclose(TakeFile(*slot));
     slot->hF = LoadSave::fopen(slot->name, "wb+");
     if (slot->hF) {
         slot->hF->pBuff->Seek(eBuffer_Start, 0);
@@ -101,11 +102,10 @@ void F_FileBinClose(RValue&, CInstance*, CInstance*, int, RValue* arg) {
     int id = KXGetInt32(arg, 0);
     StFile* slot = OpenSlotOf(id, "Trying to close unopened file.");
     if (!slot) return;
-    LoadSave::fclose(slot->hF);
-    slot->hF = nullptr;
+    bfilestatus[id] = false;
     MemoryManager::Free(slot->name);
     slot->name = nullptr;
-    bfilestatus[id] = false;
+    LoadSave::fclose(TakeFile(*slot));
 }
 
 void F_FileBinPosition(RValue& result, CInstance*, CInstance*, int, RValue* arg) {

@@ -52,16 +52,16 @@ bool CopyStream(FILE* hFS, const char* path, const char* name) {
 bool CopyShipped(const char* source, const char* path, const char* name) {
     int bundleFileSize = 0;
     bool saved = LoadSave::SaveFileExists(source);
-    char* bundleFileBuffer = saved ? nullptr : LoadSave::ReadBundleFile(source, &bundleFileSize);
-    if (!bundleFileBuffer) {
+    HostText bundleFileBuffer(saved ? nullptr : LoadSave::ReadBundleFile(source, &bundleFileSize));
+    if (!bundleFileBuffer.text) {
         dbg_csol->Output("Unable to open source file %s\n", source ? source : "");
         return false;
     }
     FILE* hFD = OpenDestination(path, name);
-    if (hFD) std::fwrite(bundleFileBuffer, 1, static_cast<size_t>(bundleFileSize), hFD);
-    MemoryManager::Free(bundleFileBuffer);
-    if (hFD) std::fclose(hFD);
-    return hFD != nullptr;
+    if (!hFD) return false;
+    std::fwrite(bundleFileBuffer.text, 1, static_cast<size_t>(bundleFileSize), hFD);
+    std::fclose(hFD);
+    return true;
 }
 
 }  // namespace

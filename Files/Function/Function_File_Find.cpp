@@ -8,6 +8,16 @@
 
 namespace {
 
+/// The list of a search under way: forgotten at the end, unless the search has found something.
+struct SearchOwner {
+    SearchOwner() = default;
+    SearchOwner(const SearchOwner&) = delete;
+    SearchOwner& operator=(const SearchOwner&) = delete;
+    ~SearchOwner() {
+        if (!filesrused) g_kxFindData.Reset();
+    }
+};
+
 /// Makes the result a copy of the name at the list's index, where there is one.
 bool GiveCurrentName(RValue& result) {
     if (g_kxFindData.m_nCurrentIndex >= g_kxFindData.m_numFiles) return false;
@@ -54,6 +64,7 @@ void F_FileFindFirst(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     const char* mask = KXGetString(arg, 0);
     double attributes = KXGetReal(arg, 1);
     g_kxFindData.Reset();
+    SearchOwner search;
     char saveMask[PATH_SIZE];
     char bundleMask[PATH_SIZE];
     LoadSave::_GetSaveFileName(saveMask, PATH_SIZE, mask);

@@ -27,6 +27,22 @@ bool IsOpen(const char* complaint) {
     return g_IniFile != nullptr;
 }
 
+/// A document that is being read: not open before it is whole.
+struct DocumentOwner {
+    DocumentOwner() : file(new IniFile) {}
+    DocumentOwner(const DocumentOwner&) = delete;
+    DocumentOwner& operator=(const DocumentOwner&) = delete;
+    ~DocumentOwner() { delete file; }
+
+    IniFile* Release() {
+        IniFile* released = file;
+        file = nullptr;
+        return released;
+    }
+
+    IniFile* file;
+};
+
 /// Sets a result to a value's printed form.
 void SetPrinted(RValue& result, const RValue* value) {
     int size = DEFAULT_SIZE;
@@ -49,8 +65,9 @@ void KXTRQ_ini_open(const char* name) {
 
 void KXTRQ_ini_open_from_string(const char* text) {
     MemoryManager::Free(KXTRQ_ini_close());
-    g_IniFile = new IniFile;
-    g_IniFile->SetText(text);
+    DocumentOwner document;
+    document.file->SetText(text);
+    g_IniFile = document.Release();
 }
 
 char* KXTRQ_ini_close() {

@@ -26,6 +26,32 @@ struct StFile {
     };
 };
 
+/// Takes a slot's file out of it, so that the slot names none whatever comes of closing it.
+inline HKXFILE TakeFile(StFile& slot) {
+    HKXFILE file = slot.hF;
+    slot.hF = nullptr;
+    return file;
+}
+
+/// A file that is closed when it goes out of scope, with what was written to it given up, unless it is released before.
+struct UnfinishedFile {
+    explicit UnfinishedFile(HKXFILE owned) : file(owned) {}
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+    ~UnfinishedFile() {
+        LoadSave::Abandon(file);
+        LoadSave::fclose(file);
+    }
+
+    HKXFILE Release() {
+        HKXFILE released = file;
+        file = nullptr;
+        return released;
+    }
+
+    HKXFILE file;  ///< may be null
+};
+
 constexpr int FILE_MODE_SIZE = 10;
 
 enum : int { FILE_CLOSED = 0, FILE_READING = 1, FILE_WRITING = 2 };

@@ -16,25 +16,6 @@ constexpr unsigned int WRAPPED_TEXT_EXTRA = 20;
 constexpr unsigned int WRAPPED_VALUE_EXTRA = 18;
 constexpr unsigned int NUMBER_SIZE = 54;
 
-/// Text in host memory, freed when it goes out of scope.
-class OwnedText {
-public:
-    explicit OwnedText(char* text = nullptr) : m_text(text) {}
-    OwnedText(const OwnedText&) = delete;
-    OwnedText& operator=(const OwnedText&) = delete;
-    ~OwnedText() { MemoryManager::Free(m_text); }
-
-    const char* Get() const { return m_text; }
-
-    void Take(char* text) {
-        MemoryManager::Free(m_text);
-        m_text = text;
-    }
-
-private:
-    char* m_text;
-};
-
 /// Reads a 64-bit integer in its text form, "@i64@", hexadecimal digits, "$i64$"; digits that do not read give 0.
 /// @return false, nothing changed, where the text is not in that form.
 bool SetInt64FromText(RValue* value, const char* text) {
@@ -189,12 +170,12 @@ bool ParseWrapped(const char* text, kx::JsonTree* tree) {
     if (form == Form::object) verdict = kx::ParseJson(text, tree);
     if (verdict != kx::JsonVerdict::malformed) return verdict == kx::JsonVerdict::read;
 
-    OwnedText wrapped(form == Form::array ? Wrap(WRAPPED_VALUE, WRAPPED_VALUE_EXTRA, text)
-                                          : Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, text));
-    verdict = kx::ParseJson(wrapped.Get(), tree);
+    HostText wrapped(form == Form::array ? Wrap(WRAPPED_VALUE, WRAPPED_VALUE_EXTRA, text)
+                                         : Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, text));
+    verdict = kx::ParseJson(wrapped.text, tree);
     if (verdict != kx::JsonVerdict::malformed) return verdict == kx::JsonVerdict::read;
-    wrapped.Take(Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, wrapped.Get()));
-    return kx::ParseJson(wrapped.Get(), tree) == kx::JsonVerdict::read;
+    HostText again(Wrap(WRAPPED_TEXT, WRAPPED_TEXT_EXTRA, wrapped.text));
+    return kx::ParseJson(again.text, tree) == kx::JsonVerdict::read;
 }
 
 }  // namespace
@@ -264,8 +245,8 @@ const char* findfirstnonspace(const char* _pString, int _dir, int _len) {
 void F_JsonDecode(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     SetReal(result, -1);
     bool isText = (arg[0].kind & KIND_MASK) == VALUE_STRING;
-    OwnedText number(isText ? nullptr : WrapNumber(KXGetReal(arg, 0)));
-    const char* text = isText ? KXGetString(arg, 0) : number.Get();
+    HostText number(isText ? nullptr : WrapNumber(KXGetReal(arg, 0)));
+    const char* text = isText ? KXGetString(arg, 0) : number.text;
     if (!text) return;
     kx::JsonTree tree;
     if (ParseWrapped(SkipByteOrderMark(text), &tree)) SetReal(result, NewMap(tree.Get(), Tree::spent));

@@ -83,25 +83,19 @@ public:
     }
     KeyName(const KeyName&) = delete;
     KeyName& operator=(const KeyName&) = delete;
-    ~KeyName() { MemoryManager::Free(m_buffer); }
 
     const char* Text() const { return m_text; }
 
 private:
     void Print(const RValue& key) {
-        m_buffer = static_cast<char*>(MemoryManager::Alloc(FIRST_KEY_SIZE, MODULE_SOURCE, __LINE__, true));
-        char* pos = m_buffer;
+        m_buffer.text = static_cast<char*>(MemoryManager::Alloc(FIRST_KEY_SIZE, MODULE_SOURCE, __LINE__, true));
+        char* pos = m_buffer.text;
         int size = FIRST_KEY_SIZE;
-        try {
-            STRING_RValue(&pos, &m_buffer, &size, &key);
-        } catch (...) {
-            MemoryManager::Free(m_buffer);
-            throw;
-        }
-        m_text = m_buffer;
+        STRING_RValue(&pos, &m_buffer.text, &size, &key);
+        m_text = m_buffer.text;
     }
 
-    char* m_buffer = nullptr;
+    HostText m_buffer{nullptr};
     const char* m_text = nullptr;
 };
 

@@ -19,9 +19,8 @@ void GivePart(RValue& result, RValue* arg, char* (*extract)(const char*)) {
     SetNoText(result);
     const char* name = KXGetString(arg, 0);
     if (!name) return;
-    char* out = extract(name);
-    KXCreateString(&result, out);
-    KXFree(out);
+    HostText out(extract(name));
+    KXCreateString(&result, out.text);
 }
 
 /// The first steps of taking a directory: the result has no text, and the directory part of the name is there; for a
@@ -34,12 +33,11 @@ char* TakeDirectory(RValue& result, RValue* arg, bool flag, const char* error) {
         KXError("%s", error);
         return nullptr;
     }
-    char* out = ExtractFilePath(name, flag);
+    HostText out(ExtractFilePath(name, flag));
     char path[PATH_SIZE];
-    bool bare = out && !*out;
-    if (!bare || !ResolveExisting(path, name)) return out;
-    MemoryManager::Free(out);
-    return ExtractFilePath(path, false);
+    bool bare = out.text && !*out.text;
+    bool found = bare && ResolveExisting(path, name);
+    return found ? ExtractFilePath(path, false) : out.Release();
 }
 
 /// A text that is built here; cleared, so that it always ends.
@@ -59,27 +57,27 @@ void F_FilenameName(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
 }
 
 void F_FilenamePath(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
-    char* out = TakeDirectory(result, arg, true, "null string passed to filename_path");
-    if (!out) return;
-    size_t len = std::strlen(out);
-    bool ended = len == 0 || IsSeparator(out[len - 1]);
-    char* withEnd = ended ? nullptr : AllocText(len + 2ULL);
-    if (withEnd) {
-        std::memcpy(withEnd, out, len);
-        withEnd[len] = '/';
+    HostText out(TakeDirectory(result, arg, true, "null string passed to filename_path"));
+    if (!out.text) return;
+    size_t len = std::strlen(out.text);
+    bool ended = len == 0 || IsSeparator(out.text[len - 1]);
+    if (ended) {
+        KXCreateString(&result, out.text);
+        return;
     }
-    if (ended || withEnd) KXCreateString(&result, ended ? out : withEnd);
-    MemoryManager::Free(withEnd);
-    MemoryManager::Free(out);
+    HostText withEnd(AllocText(len + 2ULL));
+    if (!withEnd.text) return;
+    std::memcpy(withEnd.text, out.text, len);
+    withEnd.text[len] = '/';
+    KXCreateString(&result, withEnd.text);
 }
 
 void F_FilenameDir(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
-    char* out = TakeDirectory(result, arg, false, "null string passed to filename_dir");
-    if (!out) return;
-    size_t len = std::strlen(out);
-    if (len > 1 && IsSeparator(out[len - 1])) out[len - 1] = 0;  // a lone "/" is a directory
-    KXCreateString(&result, out);
-    MemoryManager::Free(out);
+    HostText out(TakeDirectory(result, arg, false, "null string passed to filename_dir"));
+    if (!out.text) return;
+    size_t len = std::strlen(out.text);
+    if (len > 1 && IsSeparator(out.text[len - 1])) out.text[len - 1] = 0;  // a lone "/" is a directory
+    KXCreateString(&result, out.text);
 }
 
 void F_FilenameDrive(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
@@ -98,20 +96,19 @@ void F_FilenameChangeExt(RValue& result, CInstance*, CInstance*, int, RValue* ar
     if (!pNewExt) pNewExt = "";
     size_t n = std::strlen(pNewExt);
     const char* pDot = std::strrchr(pFilename, '.');
-    char* out;
+    HostText out(nullptr);
     if (pDot) {  // a folder's dot too; the new extension brings its own
         auto len2dot = static_cast<size_t>(pDot - pFilename);
-        out = AllocText(len2dot + n + 2ULL);
-        if (!out) return;
-        std::memcpy(out, pFilename, len2dot);
-        std::memcpy(out + len2dot, pNewExt, n);
+        out.text = AllocText(len2dot + n + 2ULL);
+        if (!out.text) return;
+        std::memcpy(out.text, pFilename, len2dot);
+        std::memcpy(out.text + len2dot, pNewExt, n);
     } else {
         unsigned long long new_len = n + 2ULL + std::strlen(pFilename);
         bool complete = *pNewExt == '.' || *pNewExt == 0;
-        out = AllocText(new_len);
-        if (!out) return;
-        std::snprintf(out, static_cast<size_t>(new_len), complete ? "%s%s" : "%s.%s", pFilename, pNewExt);
+        out.text = AllocText(new_len);
+        if (!out.text) return;
+        std::snprintf(out.text, static_cast<size_t>(new_len), complete ? "%s%s" : "%s.%s", pFilename, pNewExt);
     }
-    KXCreateString(&result, out);
-    KXFree(out);
+    KXCreateString(&result, out.text);
 }

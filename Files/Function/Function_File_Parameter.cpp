@@ -23,15 +23,14 @@ void F_ParameterCount(RValue& result, CInstance*, CInstance*, int, RValue*) {
 void F_ParameterString(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     const char* text;
     ParamStr(text, KXGetInt32(arg, 0));
-    KXCreateString(&result, text);
-    KXFree(text);
+    HostText owned(const_cast<char*>(text));
+    KXCreateString(&result, owned.text);
 }
 
 void F_EnvironmentGetVariable(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     SetNoText(result);
     const char* name = KXGetString(arg, 0);
     if (!name) return;
-    char* value = EnvironmentGetVariable(name);
-    KXCreateString(&result, value);
-    KXFree(value);
+    HostText value(EnvironmentGetVariable(name));
+    KXCreateString(&result, value.text);
 }

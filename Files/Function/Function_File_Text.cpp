@@ -72,18 +72,17 @@ HKXFILE FileToWrite(RValue* arg) {
 }
 
 /// Gives a file that only the bundle has a copy in the save area, so that a script appends to a copy of its own and
-/// never to the bundle.
-/// @return false where the copy is not whole: appending to it would hide what the bundle ships.
+/// never to the bundle. It is read without a question whether it is there: an answer that fails would be a "no".
+/// @return false where there is one and the copy is not whole: appending to it would hide what the bundle ships.
 bool CopyShippedFile(const char* name, const char* path) {
-    HKXFILE source = LoadSave::fopen(name, "rb");
-    HKXFILE destination = LoadSave::fopen(path, "wb");
-    bool opened = source && destination;
-    if (opened) {
-        Buffer_Standard* contents = source->pBuff;
-        LoadSave::fwrite(contents->m_data, 1, static_cast<unsigned>(contents->m_size), destination);
-    }
-    LoadSave::fclose(source);
-    return LoadSave::fclose(destination) == 0 && opened;
+    UnfinishedFile source(LoadSave::fopen(name, "rb"));
+    if (!source.file) return !LoadSave::BundleFileExists(name);
+    UnfinishedFile destination(LoadSave::fopen(path, "wb"));
+    if (!destination.file) return false;
+    Buffer_Standard* contents = source.file->pBuff;
+    auto size = static_cast<unsigned>(contents->m_size);
+    bool copied = LoadSave::fwrite(contents->m_data, 1, size, destination.file) == size;
+    return copied && LoadSave::fclose(destination.Release()) == 0;
 }
 
 // --- lines ---------------------------------------------------------------------------------------------------------
@@ -125,13 +124,13 @@ void F_FileTextSet(RValue& result, CInstance*, CInstance*, int, RValue* arg) {
     const char* text = KXGetString(arg, 0);
     int length = text ? static_cast<int>(std::strlen(text)) : 0;
 
-    HKXFILE file = new _KXFILE;
-    file->pBuff = new Buffer_Standard(length, eBuffer_Format_Grow, 1);
-    std::memcpy(file->pBuff->m_data, text ? text : "", static_cast<size_t>(length));
+    UnfinishedFile file(new _KXFILE);
+    file.file->pBuff = new Buffer_Standard(length, eBuffer_Format_Grow, 1);
+    std::memcpy(file.file->pBuff->m_data, text ? text : "", static_cast<size_t>(length));
 
     StFile& slot = textfiles[id];
     slot.name = KXStrDup("FileFromString");
-    slot.hF = file;
+    slot.hF = file.Release();
     slot.mode = FILE_READING;
     filestatus[id] = FILE_READING;
     SetReal(result, id);
@@ -164,8 +163,7 @@ void F_FileTextOpenAppend(RValue& result, CInstance*, CInstance*, int, RValue* a
     const char* name = KXGetString(arg, 0);
     char path[PATH_SIZE];
     LoadSave::_GetSaveFileName(path, PATH_SIZE, name);
-    bool shipped = !LoadSave::SaveFileExists(name) && LoadSave::BundleFileExists(name);
-    if (shipped && !CopyShippedFile(name, path)) {
+    if (!LoadSave::SaveFileExists(name) && !CopyShippedFile(name, path)) {
         ReportFailedOpen(path);
         return;
     }
@@ -179,12 +177,11 @@ void F_FileTextClose(RValue&, CInstance*, CInstance*, int, RValue* arg) {
         KXError("Trying to close text file that has not been opened.");
         return;
     }
-    if (filestatus[id] == FILE_READING || filestatus[id] == FILE_WRITING) {
-        ReleaseName(textfiles[id]);
-        LoadSave::fclose(textfiles[id].hF);
-        textfiles[id].hF = nullptr;
-    }
+    bool open = filestatus[id] == FILE_READING || filestatus[id] == FILE_WRITING;
     filestatus[id] = FILE_CLOSED;
+    if (!open) return;
+    ReleaseName(textfiles[id]);
+    LoadSave::fclose(TakeFile(textfiles[id]));
 }
 
 void F_FileTextReadString(RValue& result, CInstance*, CInstance*, int, RValue* arg) {

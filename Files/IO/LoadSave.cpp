@@ -27,9 +27,16 @@ namespace {
 
 // --- names ----------------------------------------------------------------------------------------------------------
 
+/// A look that fails tells nothing: whoever gets "no" then has to know.
 bool FileExists(const Area& area, const char* name) {
     std::optional<std::string> place = area.Place(name);
-    return place && area.HasFile(*place);
+    if (!place || !area.IsSet()) return false;
+    struct stat status {};
+    int reason = area.Look(*place, &status);
+    bool unknown = reason && !kx::MeansNoFile(reason);
+    if (unknown)
+        dbg_csol->Output("Cannot look for a file in the %s: %s (%s)\n", area.Title(), name, std::strerror(reason));
+    return reason == 0 && S_ISREG(status.st_mode);
 }
 
 int Refuse(const char* name, const Area& area, const char* fault, int reason) {

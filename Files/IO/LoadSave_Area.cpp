@@ -73,12 +73,30 @@ std::string Canonical(const std::string& path) {
     return canonical ? canonical.get() : std::string();
 }
 
+constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+Descriptor OpenByPath(const std::string& path) {
+    return Descriptor(
+        RetryInterrupted([&] { return g_systemCalls.openat(AT_FDCWD, path.c_str(), kOpenDirectory, 0); }));
+}
+
+/// A directory that may be written but not read cannot be synced.
+[[nodiscard]] int SyncNameOf(const std::string& path) {
+    Descriptor parent = OpenByPath(path.substr(0, path.rfind('/') + 1));
+    if (!parent) return errno == EACCES ? 0 : errno;
+    return Sync(g_systemCalls.fsync, parent.Get());
+}
+
 /// Makes a directory with everything above it, links on the way followed: an embedder's path, not a script's name.
-int MakeRoot(const std::string& path) {
+int MakeRoot(const std::string& path, Durability durability) {
     for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         std::string upper = path.substr(0, slash);
-        if (g_systemCalls.mkdirat(AT_FDCWD, upper.c_str(), 0777) != 0 && errno != EEXIST && errno != EROFS) {
-            return errno;
+        bool made = g_systemCalls.mkdirat(AT_FDCWD, upper.c_str(), 0777) == 0;
+        if (!made && errno != EEXIST && errno != EROFS) return errno;
+        int reason = made && durability == Durability::full ? SyncNameOf(upper) : 0;
+        if (reason) {
+            g_systemCalls.unlinkat(AT_FDCWD, upper.c_str(), AT_REMOVEDIR);  // the next try makes and syncs it anew
+            return reason;
         }
         if (slash == std::string::npos) return 0;
     }
@@ -165,14 +183,10 @@ int Area::SetPathsOf(const char* path) {
 int DirectoryArea::SetRoot(const char* directory, bool create) {
     if (!directory || !*directory) return EINVAL;
     std::string path = Absolute(directory);
-    int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    auto open = [&] {
-        return RetryInterrupted([&] { return g_systemCalls.openat(AT_FDCWD, path.c_str(), flags, 0); });
-    };
-    Descriptor root(open());
+    Descriptor root = OpenByPath(path);
     if (!root && errno == ENOENT && create) {
-        if (int reason = MakeRoot(path)) return reason;
-        root = Descriptor(open());
+        if (int reason = MakeRoot(path, m_durability)) return reason;
+        root = OpenByPath(path);
     }
     if (!root) return errno;
 

@@ -44,9 +44,11 @@ timespec After(int milliseconds) {
 
 kx::HttpCompletion& g_completion = *new kx::HttpCompletion;  // as long as the threads, and there when a signal comes
 
+kx::HttpTransport* g_transport = nullptr;  // made by the first request; it may outlive all else
+
 kx::HttpTransport& Transport() {
-    static auto* transport = new kx::HttpTransport(&g_completion);  // it may outlive all else
-    return *transport;
+    if (!g_transport) g_transport = new kx::HttpTransport(&g_completion);
+    return *g_transport;
 }
 
 // --- the list of requests, the script thread's ----------------------------------------------------------------------
@@ -161,11 +163,12 @@ std::unique_ptr<HttpRequest> NewRequest(const char* url, HTTP_COMPLETION complet
 
 /// @param fault  why it is to fail; null where nothing speaks against it.
 void Start(std::unique_ptr<HttpRequest> request, const char* fault) {
+    kx::HttpTransport& transport = Transport();  // first: nothing after it can fail
     if (fault) request->Fail(fault);
     request->m_id = g_HTTP_ID;
     g_HTTP_ID = g_HTTP_ID == INT_MAX ? 1 : g_HTTP_ID + 1;
     Link(request.get());
-    Transport().Add(std::move(request));
+    transport.Add(std::move(request));
 }
 
 }  // namespace
@@ -244,13 +247,13 @@ bool LoadSave::IsInFlight(int request) {
 }
 
 kx::HttpProgress LoadSave::Progress() {
-    return Transport().Progress();
+    return g_transport ? g_transport->Progress() : kx::HttpProgress{};
 }
 
 void kx::EndHttp() {
     {
         DS_AutoRelease release;
-        Transport().Stop();
+        if (g_transport) g_transport->Stop();  // a script's end takes no memory
         g_completion.Stop();
     }
     while (std::unique_ptr<HttpRequest> request = g_completion.Take()) {

@@ -44,10 +44,8 @@ public:
     [[nodiscard]] std::string Part(CURLUPart part, unsigned int flags = 0) const {
         char* text = nullptr;
         if (m_curl.url_get(m_url.get(), part, &text, flags) == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
-        if (!text) return {};
-        std::string copy(text);
-        m_curl.free(text);
-        return copy;
+        std::unique_ptr<char, decltype(&::curl_free)> owned(text, m_curl.free);
+        return text ? text : "";
     }
 
     [[nodiscard]] Origin GetOrigin() const {

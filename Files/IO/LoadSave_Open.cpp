@@ -12,7 +12,6 @@
 #include <optional>
 #include <string_view>
 #include <unistd.h>
-#include <vector>
 
 using kx::Area;
 using kx::BundleArea;
@@ -21,13 +20,6 @@ using kx::Descriptor;
 using kx::SaveArea;
 
 namespace {
-
-/// True where a failed open means that there is no such file, as opposed to one that cannot be read just now: only then
-/// may another file stand in for it.
-bool MeansNoFile(int reason) {
-    return reason == ENOENT || reason == ENOTDIR || reason == EISDIR || reason == ENXIO || reason == EXDEV ||
-           reason == ELOOP;
-}
 
 // --- the open files -------------------------------------------------------------------------------------------------
 
@@ -39,16 +31,22 @@ OpenFiles& TheOpenFiles() {
     return *files;
 }
 
-std::vector<_KXFILE*> AllOpenFiles() {
-    std::vector<_KXFILE*> files;
-    TheOpenFiles().ForEach([&](_KXFILE* file) { files.push_back(file); });
-    return files;
+/// @return one of the open files that a condition holds for, the newest; null where there is none.
+template <class Condition>
+_KXFILE* FindOpenFile(Condition condition) {
+    _KXFILE* found = nullptr;
+    TheOpenFiles().ForEach([&](_KXFILE* file) {
+        if (!found && condition(*file)) found = file;
+    });
+    return found;
+}
+
+bool IsUnfinished(const _KXFILE& file) {
+    return file.writeBack && !file.append && file.changed;
 }
 
 bool IsOpenFile(const void* pointer) {
-    bool found = false;
-    TheOpenFiles().ForEach([&](const _KXFILE* file) { found = found || file == pointer; });
-    return found;
+    return FindOpenFile([pointer](const _KXFILE& file) { return &file == pointer; }) != nullptr;
 }
 
 struct FileDeleter {
@@ -145,6 +143,15 @@ bool CreateEmpty(const std::string& place) {
     return static_cast<bool>(kx::OpenBeneath(SaveArea().Root(), place, flags, 0666));
 }
 
+/// Whether the bundle has a file at a place.
+/// @return 0 with `shipped` set; an errno value where that cannot be told.
+int LookForShipped(const std::string& place, bool* shipped) {
+    struct stat status {};
+    int reason = BundleArea().IsSet() ? BundleArea().Look(place, &status) : ENOENT;
+    *shipped = reason == 0 && S_ISREG(status.st_mode);
+    return reason && !kx::MeansNoFile(reason) ? reason : 0;
+}
+
 _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
     std::optional<std::string> place = kx::PlaceToWrite(path);
     if (!place || place->empty() || !SaveArea().IsSet()) {
@@ -156,7 +163,12 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
     Descriptor existing = SaveArea().OpenFile(*place, mode.keep ? O_RDWR : O_WRONLY, &status);
     bool exists = static_cast<bool>(existing);
     if (!exists && errno != ENOENT) return nullptr;
-    bool shipped = !exists && BundleArea().IsSet() && BundleArea().HasFile(*place);
+    bool shipped = false;
+    int unknown = exists ? 0 : LookForShipped(*place, &shipped);
+    if (unknown && mode.keep) {  // nobody knows what it would keep
+        errno = unknown;
+        return nullptr;
+    }
     // A full path in the save area means the file there, and no other.
     bool mayBeShipped = path[0] != '/' && path[0] != '\\';
     bool fromBundle = shipped && mode.keep && (mayBeShipped || !SaveArea().Place(path));
@@ -176,7 +188,7 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
         errno = reason;
         return nullptr;
     }
-    bool created = !exists && !shipped;
+    bool created = !exists && !shipped && !unknown;  // an empty file would hide what is shipped, or may be
     if (created ? !CreateEmpty(*place) : !CanReplace(*place)) return nullptr;
 
     FileOwner file(new _KXFILE);
@@ -194,6 +206,11 @@ _KXFILE* OpenForWriting(const char* path, const OpenMode& mode) {
 
 }  // namespace
 
+bool kx::MeansNoFile(int reason) {
+    return reason == ENOENT || reason == ENOTDIR || reason == EISDIR || reason == ENXIO || reason == EXDEV ||
+           reason == ELOOP || reason == ENAMETOOLONG;
+}
+
 std::optional<std::string> kx::PlaceToWrite(const char* name) {
     std::optional<std::string> place = SaveArea().Place(name);
     return place ? place : BundleArea().Place(name);
@@ -208,7 +225,7 @@ Contents kx::LoadExisting(const char* name, std::string* path) {
             if (path) *path = area->FullPath(*place);
             return contents;
         }
-        if (!MeansNoFile(errno)) return nullptr;
+        if (!kx::MeansNoFile(errno)) return nullptr;
         bool missing = reason == 0 || reason == ENOENT || reason == ENOTDIR;
         if (missing) reason = errno;  // that the bundle has none is no reason where the save area has what is no file
     }
@@ -237,15 +254,11 @@ std::unique_ptr<kx::Archive> kx::OpenArchive(const char* path, std::string* faul
 }
 
 bool kx::AnyFileOpenForWriting() {
-    bool writing = false;
-    TheOpenFiles().ForEach([&](const _KXFILE* file) { writing = writing || file->writeBack; });
-    return writing;
+    return FindOpenFile([](const _KXFILE& file) { return file.writeBack; }) != nullptr;
 }
 
 bool kx::IsOpenForWriting(const std::string& path) {
-    bool open = false;
-    TheOpenFiles().ForEach([&](const _KXFILE* file) { open = open || (file->writeBack && path == file->pName); });
-    return open;
+    return FindOpenFile([&path](const _KXFILE& file) { return file.writeBack && path == file.pName; }) != nullptr;
 }
 
 _KXFILE* LoadSave::fopen(const char* path, const char* mode) {
@@ -276,8 +289,7 @@ void LoadSave::Abandon(_KXFILE* file) {
 }
 
 void LoadSave::DiscardUnfinished() {
-    for (_KXFILE* file : AllOpenFiles()) {
-        if (!file->writeBack || file->append || !file->changed) continue;
+    while (_KXFILE* file = FindOpenFile(IsUnfinished)) {
         Abandon(file);
         dbg_csol->Output("Not written, because the script failed before it was closed: %s\n", file->pName);
     }
@@ -285,7 +297,7 @@ void LoadSave::DiscardUnfinished() {
 
 void LoadSave::Shutdown() {
     kx::EndHttp();
-    for (_KXFILE* file : AllOpenFiles()) {
+    while (_KXFILE* file = FindOpenFile([](const _KXFILE& each) { return each.writeBack; })) {
         WriteBack(file);
         file->writeBack = false;
     }

@@ -9,6 +9,10 @@
 /// What the sources of the file layer share about files that are opened.
 namespace kx {
 
+/// True where a failed look or open means that there is no such file, as opposed to one that cannot be read just now:
+/// only then may another file stand in for it.
+bool MeansNoFile(int reason);
+
 /// @return true while any virtual file is open for writing.
 /// @thread any
 bool AnyFileOpenForWriting();

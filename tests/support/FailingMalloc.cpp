@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <link.h>
 
 extern "C" {
@@ -19,48 +20,102 @@ namespace kx::test {
 namespace {
 
 std::atomic<long long> g_live{0};
-thread_local bool t_armed = false;
-thread_local bool t_failed = false;
-thread_local int t_skip = 0;
-thread_local FailingMalloc::Mode t_mode = FailingMalloc::once;
-thread_local FailingMalloc::Scope t_scope = FailingMalloc::ours;
 
-struct Range {
-    uintptr_t from = 0;
-    uintptr_t to = 0;
+/// One thread's plan, or that of all others.
+template <class Flag, class Counter>
+struct Plan {
+    Flag armed{false};
+    Flag failed{false};
+    Counter skip{0};
+    FailingMalloc::Mode mode = FailingMalloc::once;
+    FailingMalloc::Scope scope = FailingMalloc::ours;
+
+    bool Fails(FailingMalloc::Scope caller) {
+        if (!armed || caller > scope) return false;
+        if (skip-- > 0) return false;
+        if (mode == FailingMalloc::once && failed) return false;
+        failed = true;
+        return true;
+    }
 };
 
-/// The code of the libraries that count as json-c: it, and the C library, whose strdup it calls.
-Range g_libraries[2];
+thread_local Plan<bool, int> t_plan;
+Plan<std::atomic<bool>, std::atomic<int>> g_othersPlan;
+thread_local bool t_isArmer = false;
 
-int FindLibraries(dl_phdr_info* info, size_t, void*) {
-    int which = std::strstr(info->dlpi_name, "libjson-c.so") ? 0 : std::strstr(info->dlpi_name, "libc.so") ? 1 : -1;
-    for (int i = 0; which >= 0 && i < info->dlpi_phnum; ++i) {
-        const auto& segment = info->dlpi_phdr[i];
-        bool code = segment.p_type == PT_LOAD && (segment.p_flags & PF_X);
-        if (!code) continue;
-        uintptr_t from = info->dlpi_addr + segment.p_vaddr;
-        g_libraries[which] = {from, from + segment.p_memsz};
+constexpr int kMost = 8;
+
+/// Code of one scope, in address order of its segments as they come.
+struct Ranges {
+    struct Range {
+        uintptr_t from = 0;
+        uintptr_t to = 0;
+    };
+
+    void Add(uintptr_t from, uintptr_t to) {
+        if (count < kMost) ranges[count++] = {from, to};
     }
-    return 0;
-}
 
-bool IsLibrary(const void* caller) {
-    auto address = reinterpret_cast<uintptr_t>(caller);
-    for (const Range& range : g_libraries) {
-        if (address >= range.from && address < range.to) return true;
+    [[nodiscard]] bool Hold(uintptr_t address) const {
+        for (int i = 0; i < count; ++i) {
+            if (address >= ranges[i].from && address < ranges[i].to) return true;
+        }
+        return false;
+    }
+
+    Range ranges[kMost];
+    int count = 0;
+};
+
+Ranges g_ours;
+Ranges g_libraries;
+
+bool IsOneOf(const char* name, std::initializer_list<const char*> libraries) {
+    for (const char* library : libraries) {
+        if (std::strstr(name, library)) return true;
     }
     return false;
 }
 
+int FindCode(dl_phdr_info* info, size_t, void*) {
+    bool ours = !*info->dlpi_name || IsOneOf(info->dlpi_name, {"libstdc++.so"});  // the program itself has no name
+    bool library = IsOneOf(info->dlpi_name, {"libjson-c.so", "libzip.so", "libc.so"});
+    for (int i = 0; (ours || library) && i < info->dlpi_phnum; ++i) {
+        const auto& segment = info->dlpi_phdr[i];
+        bool code = segment.p_type == PT_LOAD && (segment.p_flags & PF_X);
+        if (!code) continue;
+        uintptr_t from = info->dlpi_addr + segment.p_vaddr;
+        (ours ? g_ours : g_libraries).Add(from, from + segment.p_memsz);
+    }
+    return 0;
+}
+
+/// Anew each time: libraries are loaded while the program runs.
+void FindAllCode() {
+    g_ours.count = 0;
+    g_libraries.count = 0;
+    ::dl_iterate_phdr(FindCode, nullptr);
+}
+
 bool Fails(const void* caller) {
-    if (!t_armed) return false;
-    if (t_scope == FailingMalloc::ours && IsLibrary(caller)) return false;
-    if (t_skip-- > 0) return false;
-    if (t_mode == FailingMalloc::once && t_failed) return false;
-    t_failed = true;
-    errno = ENOMEM;
-    return true;
+    bool others = !t_isArmer && g_othersPlan.armed;
+    if (!t_plan.armed && !others) return false;
+    auto address = reinterpret_cast<uintptr_t>(caller);
+    bool ours = g_ours.Hold(address);
+    if (!ours && !g_libraries.Hold(address)) return false;
+    FailingMalloc::Scope scope = ours ? FailingMalloc::ours : FailingMalloc::library;
+    bool fails = others ? g_othersPlan.Fails(scope) : t_plan.Fails(scope);
+    if (fails) errno = ENOMEM;
+    return fails;
+}
+
+template <class AnyPlan>
+void Prepare(AnyPlan& plan, int skipped, FailingMalloc::Mode mode, FailingMalloc::Scope scope) {
+    plan.skip = skipped;
+    plan.mode = mode;
+    plan.scope = scope;
+    plan.failed = false;
+    plan.armed = true;
 }
 
 void* Counted(void* block) {
@@ -70,18 +125,22 @@ void* Counted(void* block) {
 
 }  // namespace
 
-void FailingMalloc::Arm(int skipped, Mode mode, Scope scope) {
-    if (!g_libraries[0].to) ::dl_iterate_phdr(FindLibraries, nullptr);
-    t_skip = skipped;
-    t_mode = mode;
-    t_scope = scope;
-    t_failed = false;
-    t_armed = true;
+void FailingMalloc::Arm(int skipped, Mode mode, Scope scope, Threads threads) {
+    FindAllCode();
+    t_isArmer = true;
+    if (threads == own) {
+        Prepare(t_plan, skipped, mode, scope);
+    } else {
+        Prepare(g_othersPlan, skipped, mode, scope);
+    }
 }
 
 bool FailingMalloc::Disarm() {
-    t_armed = false;
-    return t_failed;
+    bool failed = t_plan.failed || g_othersPlan.failed;
+    t_plan.armed = t_plan.failed = false;
+    g_othersPlan.armed = g_othersPlan.failed = false;
+    t_isArmer = false;
+    return failed;
 }
 
 long long FailingMalloc::Live() {

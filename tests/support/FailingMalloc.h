@@ -12,10 +12,14 @@ class FailingMalloc {
 public:
     enum Mode { once, from_then_on };
 
-    /// What counts: with `library`, json-c's own allocations too.
+    /// What counts: our own code with the C++ library that it calls; with `library`, json-c, libzip and what the C
+    /// library allocates for its caller too. Other libraries never go without.
     enum Scope { ours, library };
 
-    static void Arm(int skipped, Mode mode, Scope scope);
+    /// Whose allocations count.
+    enum Threads { own, others };
+
+    static void Arm(int skipped, Mode mode, Scope scope, Threads threads = own);
 
     /// @return true where an allocation has failed.
     static bool Disarm();

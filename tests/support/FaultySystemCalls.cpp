@@ -161,6 +161,17 @@ void FaultySystemCalls::FailWithFlags(const std::string& name, unsigned int flag
     m_flagFaults.push_back({name, flags, reason});
 }
 
+void FaultySystemCalls::ShortenAt(int number, size_t most) {
+    m_shortCall = static_cast<int>(m_calls.size()) + number;
+    m_shortMost = most;
+}
+
+size_t FaultySystemCalls::Shortened(size_t size) const {
+    bool isShort = m_shortCall && static_cast<int>(m_calls.size()) == m_shortCall;
+    if (isShort) return std::min(size, m_shortMost);
+    return m_most ? std::min(size, m_most) : size;
+}
+
 int FaultySystemCalls::Fault(const char* name, unsigned int flags) {
     if (m_before) m_before();
     m_calls.emplace_back(name);

@@ -20,7 +20,7 @@ public:
     /// What fails from a failing call on.
     enum class Extent {
         once,         ///< that call only
-        makingCalls,  ///< every later call but close, closedir, fstat and unlinkat: a full or broken disk
+        makingCalls,  ///< every later call but close, closedir, fstat, unlinkat and renameat2: a full or broken disk
         everything,   ///< every later call
     };
 
@@ -33,6 +33,9 @@ public:
     /// Makes a call of one name fail where a condition on its flags holds: openat with O_TMPFILE, renameat2 with
     /// RENAME_EXCHANGE.
     void FailWithFlags(const std::string& name, unsigned int flags, int reason);
+
+    /// The Nth call, counted from 1 and from now, takes at most this many bytes where it reads or writes.
+    void ShortenAt(int number, size_t most);
 
     /// Reads and writes take at most this many bytes.
     void FallShort(size_t most) { m_most = most; }
@@ -48,7 +51,7 @@ public:
 
     /// For the entries: what a call is to fail with, 0 to let it through.
     int Fault(const char* name, unsigned int flags);
-    [[nodiscard]] size_t Shortened(size_t size) const { return m_most && size > m_most ? m_most : size; }
+    [[nodiscard]] size_t Shortened(size_t size) const;
     [[nodiscard]] const SystemCalls& Real() const { return m_real; }
 
 private:
@@ -76,6 +79,8 @@ private:
     int m_reason = 0;
     Extent m_extent = Extent::once;
     size_t m_most = 0;
+    int m_shortCall = 0;  // number of the call that is cut short, 0 for none
+    size_t m_shortMost = 0;
     bool m_interrupting = false;
     bool m_interrupted = false;
     std::function<void()> m_before;
