@@ -13,3 +13,10 @@ if(KX_SANITIZE)
     -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kx_private_options INTERFACE -fsanitize=${KX_SANITIZE})
 endif()
+
+if(KX_BUILD_FUZZ)
+  # Shows a fuzz target's driver which ways the code has gone; in any other program it does nothing. What is compared
+  # with what is not shown: it takes a third of the time, and the dictionaries know what is worth comparing.
+  target_compile_options(kx_private_options INTERFACE -fsanitize=fuzzer-no-link -fno-sanitize-coverage=trace-cmp)
+  target_link_options(kx_private_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
