@@ -20,3 +20,8 @@ if(KX_BUILD_FUZZ)
   target_compile_options(kx_private_options INTERFACE -fsanitize=fuzzer-no-link -fno-sanitize-coverage=trace-cmp)
   target_link_options(kx_private_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+
+if(KX_COVERAGE)
+  target_compile_options(kx_private_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(kx_private_options INTERFACE -fprofile-instr-generate)
+endif()
