@@ -76,10 +76,10 @@ Contents ArchiveArea::Unpack(const ArchiveEntry& entry, std::string* fault) cons
     auto contents =
         std::make_unique<Buffer_Standard>(believable ? static_cast<int>(entry.size) : 0, eBuffer_Format_Grow, 1);
     contents->Truncate(0);
-    std::vector<char> chunk(kChunkBytes);
-    while (ssize_t count = file->Read(chunk.data(), chunk.size(), fault)) {
+    std::unique_ptr<char[]> chunk(new char[kChunkBytes]);  // nobody sets them first
+    while (ssize_t count = file->Read(chunk.get(), kChunkBytes, fault)) {
         if (count < 0) return nullptr;
-        contents->Write(chunk.data(), static_cast<int>(count));  // it has room: its size has been looked at
+        contents->Write(chunk.get(), static_cast<int>(count));  // it has room: its size has been looked at
     }
     contents->Seek(eBuffer_Start, 0);
     return contents;

@@ -7,9 +7,9 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <set>
 #include <utility>
-#include <vector>
 
 using kx::Archive;
 using kx::ArchiveFile;
@@ -30,7 +30,7 @@ class Unpacking {
 public:
     Unpacking(const Archive& archive, const UnzipPlan& plan, const char* path)
         : m_archive(archive), m_plan(plan),
-          m_chunk(kChunkBytes), m_progress{path, 0, plan.files, 0, plan.bytes, false} {}
+          m_chunk(new char[kChunkBytes]), m_progress{path, 0, plan.files, 0, plan.bytes, false} {}
 
     Unpacking(const Unpacking&) = delete;
     Unpacking& operator=(const Unpacking&) = delete;
@@ -105,10 +105,10 @@ private:
 
     bool Copy(ArchiveFile& file, kx::FileReplacement* replacement, std::string* fault) {
         for (;;) {
-            ssize_t count = file.Read(m_chunk.data(), m_chunk.size(), fault);
+            ssize_t count = file.Read(m_chunk.get(), kChunkBytes, fault);
             if (count < 0) return false;
             if (count == 0) return true;
-            int reason = replacement->Write(m_chunk.data(), static_cast<size_t>(count));
+            int reason = replacement->Write(m_chunk.get(), static_cast<size_t>(count));
             if (reason) return Fail(fault, "cannot be written", reason);
             m_progress.bytes += static_cast<uint64_t>(count);
             if (!GoOn()) return false;
@@ -131,7 +131,7 @@ private:
 
     const Archive& m_archive;
     const UnzipPlan& m_plan;
-    std::vector<char> m_chunk;
+    std::unique_ptr<char[]> m_chunk;  // kChunkBytes that nobody sets first
     UnzipProgress m_progress;
     bool m_stopped = false;
     Descriptor m_directory;
