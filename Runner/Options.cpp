@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sys/stat.h>
 
 namespace kx {
 namespace {
@@ -61,8 +61,8 @@ std::string ScriptName(const Options& options) {
 
 /// Whether a file begins as zip archives do, and scripts never. What comes through a pipe can be read only once.
 bool IsArchive(const std::string& path) {
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(path, ignored)) return false;
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
     char head[4] = {};
     std::ifstream(path, std::ios::binary).read(head, sizeof head);
     bool empty = std::memcmp(head, "PK\5\6", sizeof head) == 0;

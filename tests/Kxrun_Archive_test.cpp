@@ -82,6 +82,18 @@ TEST_F(KxrunArchive, AGameIsKnownByItsContentNotByItsName) {
     EXPECT_EQ(RunGame(Game("text.zip")).out, "a script\n");
 }
 
+TEST_F(KxrunArchive, AGameIsRunWhateverTheDateOfItsFile) {
+    WriteGame();
+    timespec later{4323110400, 0};  // in 2106: more seconds than 32 bits count
+    timespec times[] = {later, later};
+    ASSERT_EQ(::utimensat(AT_FDCWD, Game().c_str(), times, 0), 0);
+
+    Outcome outcome = RunGame(Game());
+
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.out, "sword\thello\t" + Game().string() + "\n");
+}
+
 TEST_F(KxrunArchive, AGameSavesInAFolderOfItsNameWithoutTheEnding) {
     WriteWholeFile(Game("quest.zip"), Build({{"main.lua", "file_text_close(file_text_open_write('saved'))"}}));
     Variable data("XDG_DATA_HOME", Folder("data").string());
