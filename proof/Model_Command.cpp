@@ -6,6 +6,9 @@
 #include "tests/support/BuiltIn.h"
 #include "tests/support/Console.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace kx::proof {
 namespace {
 
@@ -42,6 +45,11 @@ bool PerformStep(const std::string& name) {
 }
 
 }  // namespace
+
+const WrittenNumber& TextsOf(double number) {
+    return *std::find_if(std::begin(kWrittenNumbers), std::end(kWrittenNumbers),
+                         [number](const WrittenNumber& each) { return each.value == number; });
+}
 
 Answer Answer::Unset(std::string error) {
     return Real(test::kUnset, std::move(error));

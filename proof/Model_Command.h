@@ -27,6 +27,25 @@ constexpr char kShutdown[] = "SHUTDOWN";  ///< open files are written back, thei
 constexpr char kFinalize[] = "FINALIZE";  ///< binary files are closed
 constexpr char kDiscard[] = "DISCARD";    ///< the script has failed: what it was writing anew is given up
 
+/// A number that scripts write, with the texts that files then hold.
+struct WrittenNumber {
+    double value;
+    const char* inTextFile;
+    const char* inIni;
+};
+constexpr WrittenNumber kWrittenNumbers[] = {
+    {0, "0 ", "0.000000"},
+    {1.5, "1.5 ", "1.500000"},
+    {-2, "-2 ", "-2.000000"},
+    {1e6, "1e+06 ", "1000000.000000"},
+    {123456789, "1.23457e+08 ", "123456789.000000"},
+    {0.1, "0.1 ", "0.100000"},
+    {1e-5, "1e-05 ", "0.000010"},
+};
+
+/// The same, by its value.
+const WrittenNumber& TextsOf(double number);
+
 /// What a script sees of a call: its result, and the error that was raised.
 struct Answer {
     double real = 0;

@@ -12,14 +12,6 @@ constexpr char kNothingToRead[] = "Trying to read from undefined INI file";
 constexpr char kNothingToWrite[] = "Trying to write to undefined INI file";
 constexpr char kNothingToChange[] = "Trying to change undefined INI file";
 
-struct Printed {
-    double value;
-    const char* text;
-};
-constexpr Printed kDecimals[] = {
-    {0, "0.000000"},   {1.5, "1.500000"}, {-2, "-2.000000"}, {1e6, "1000000.000000"}, {123456789, "123456789.000000"},
-    {0.1, "0.100000"}, {1e-5, "0.000010"}};
-
 bool IsPlain(const std::string& text, const std::string& more) {
     bool blanks = !text.empty() && (text.front() == ' ' || text.back() == ' ');
     return !blanks && std::all_of(text.begin(), text.end(), [&more](unsigned char c) {
@@ -137,9 +129,7 @@ void Model::AddIniChanges(std::map<std::string, Handler>* handlers) {
     };
     all["ini_write_real"] = [](Model& model, const Arguments& arguments) {
         return model.InDocument(kNothingToWrite, [&](Document& document) {
-            auto printed = std::find_if(std::begin(kDecimals), std::end(kDecimals),
-                                        [&](const Printed& each) { return each.value == arguments[2].real; });
-            document.sections[arguments[0].text][arguments[1].text] = printed->text;
+            document.sections[arguments[0].text][arguments[1].text] = TextsOf(arguments[2].real).inIni;
             document.changed = true;
             return Answer::Unset();
         });

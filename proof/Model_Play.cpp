@@ -51,7 +51,6 @@ constexpr const char* kWords[] = {"",
                                   "\n\n",
                                   "+1",
                                   "a long text that is longer than the others by some"};
-constexpr double kNumbers[] = {0, 1.5, -2, 1e6, 123456789, 0.1, 1e-5};
 constexpr const char* kSections[] = {"a", "b c", "Player"};
 constexpr const char* kKeys[] = {"x", "key two", "n"};
 constexpr const char* kValues[] = {"1", "text with blanks", "-2.5", "", "7e2"};
@@ -124,7 +123,7 @@ Command Player::OfText() {
     case 10: return {"file_text_read_string", {Id(m_readers)}};
     case 11: return {"file_text_readln", {Id(m_readers)}};
     case 12: return {"file_text_read_real", {Id(m_readers)}};
-    case 13: return {"file_text_write_real", {Id(m_writers), Any(kNumbers)}};
+    case 13: return {"file_text_write_real", {Id(m_writers), Any(kWrittenNumbers).value}};
     case 14: return {"file_text_writeln", {Id(m_writers)}};
     default: return {"file_text_write_string", {Id(m_writers), Any(kWords)}};
     }
@@ -185,11 +184,11 @@ Command Player::OfIni() {
     case 3:
     case 4: return {"ini_close"};
     case 5: return {"ini_read_string", {section, key, Any(kWords)}};
-    case 6: return {"ini_read_real", {section, key, Any(kNumbers)}};
+    case 6: return {"ini_read_real", {section, key, Any(kWrittenNumbers).value}};
     case 7: return {"ini_key_exists", {section, key}};
     case 8: return {"ini_section_exists", {section}};
     case 9: return Below(2) ? Command{"ini_key_delete", {section, key}} : Command{"ini_section_delete", {section}};
-    case 10: return {"ini_write_real", {section, key, Any(kNumbers)}};
+    case 10: return {"ini_write_real", {section, key, Any(kWrittenNumbers).value}};
     default: return {"ini_write_string", {section, key, Any(kValues)}};
     }
 }

@@ -67,6 +67,14 @@ public:
         return LooksTheSame();
     }
 
+    /// Prints the last calls, and what was different.
+    void Tell() const {
+        for (const std::string& call : m_last) {
+            std::fprintf(stderr, "  %s\n", call.c_str());
+        }
+        std::fprintf(stderr, "  %s\n", m_difference.c_str());
+    }
+
 private:
     [[nodiscard]] std::string Path(const char* area) const { return (m_folder.Path() / area).string(); }
 
@@ -124,15 +132,6 @@ private:
         return false;
     }
 
-public:
-    void Tell() const {
-        for (const std::string& call : m_last) {
-            std::fprintf(stderr, "  %s\n", call.c_str());
-        }
-        std::fprintf(stderr, "  %s\n", m_difference.c_str());
-    }
-
-private:
     unsigned int m_seed;
     Campaign* m_campaign;
     test::TemporaryFolder m_folder;

@@ -12,13 +12,6 @@ constexpr char kNotReading[] = "File is not opened for reading.";
 constexpr char kNotWriting[] = "File not opened for writing.";
 constexpr char kNotOpened[] = "Trying to close text file that has not been opened.";
 
-struct Printed {
-    double value;
-    const char* text;
-};
-constexpr Printed kShort[] = {{0, "0 "},     {1.5, "1.5 "},   {-2, "-2 "}, {1e6, "1e+06 "}, {123456789, "1.23457e+08 "},
-                              {0.1, "0.1 "}, {1e-5, "1e-05 "}};
-
 bool IsIn(double id) {
     return id >= 1 && id < Model::kSlots;
 }
@@ -162,9 +155,7 @@ void Model::AddTextWriters(std::map<std::string, Handler>* handlers) {
         return model.Write(arguments, arguments[1].text);
     };
     all["file_text_write_real"] = [](Model& model, const Arguments& arguments) {
-        auto printed = std::find_if(std::begin(kShort), std::end(kShort),
-                                    [&](const Printed& each) { return each.value == arguments[1].real; });
-        return model.Write(arguments, printed->text);
+        return model.Write(arguments, TextsOf(arguments[1].real).inTextFile);
     };
     all["file_text_writeln"] = [](Model& model, const Arguments& arguments) { return model.Write(arguments, "\n"); };
 }
