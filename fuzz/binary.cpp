@@ -4,6 +4,7 @@
 #include "fuzz/Input.h"
 #include "fuzz/SavedFiles.h"
 #include "fuzz/Values.h"
+#include "tests/support/Numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -17,6 +18,8 @@ constexpr int kSlots = 32;  // 0 is none
 constexpr size_t kMostSteps = 48;
 constexpr int kFarthest = 600;
 
+using test::Real;
+
 enum Mode : int { kRead = 0, kWrite = 1, kBoth = 2 };
 
 struct ModelFile {
@@ -29,10 +32,6 @@ struct ModelFile {
     bool changed = false;
     bool created = false;
 };
-
-RValue Real(double number) {
-    return {{number}, 0, VALUE_REAL};
-}
 
 /// The built-ins and the model, step by step.
 class Script {

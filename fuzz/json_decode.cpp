@@ -2,6 +2,7 @@
 #include "Files/Support/Support_Data_Structures.h"
 #include "fuzz/Host.h"
 #include "fuzz/Values.h"
+#include "tests/support/Numbers.h"
 
 #include <cstdint>
 #include <json-c/json.h>
@@ -36,7 +37,7 @@ public:
 
     [[nodiscard]] std::string Encode() const {
         RValueOwner text;
-        Require(g_encode.Call({{{m_index}, 0, VALUE_REAL}}, &text), "a map that was read is written");
+        Require(g_encode.Call({test::Real(m_index)}, &text), "a map that was read is written");
         return TextOf(text.value);
     }
 

@@ -7,12 +7,15 @@
 #include "fuzz/Host.h"
 #include "fuzz/Input.h"
 #include "fuzz/Values.h"
+#include "tests/support/Numbers.h"
 
 #include <algorithm>
 #include <cstdint>
 
 namespace kx::fuzz {
 namespace {
+
+using test::Bool, test::Int32, test::Int64, test::Real;
 
 constexpr int kMostDepth = 40;
 constexpr int kAnyDepth = 400;  // more than sharing makes of it
@@ -36,12 +39,12 @@ public:
     RValue Value(int depth = 0) {
         bool leaf = depth >= kMostDepth || m_input.IsOver();
         switch (m_input.Below(leaf ? 8 : 13)) {
-        case 0: return {{m_input.Of(kReals)}, 0, VALUE_REAL};
-        case 1: return {{m_input.ConsumeFloatingPoint<double>()}, 0, VALUE_REAL};
-        case 2: return Integer(m_input.Of(kIntegers));
-        case 3: return Integer(m_input.ConsumeIntegral<int64_t>());
-        case 4: return Integer32(m_input.ConsumeIntegral<int32_t>());
-        case 5: return {{m_input.ConsumeBool() ? 1.0 : 0.0}, 0, VALUE_BOOL};
+        case 0: return Real(m_input.Of(kReals));
+        case 1: return Real(m_input.ConsumeFloatingPoint<double>());
+        case 2: return Int64(m_input.Of(kIntegers));
+        case 3: return Int64(m_input.ConsumeIntegral<int64_t>());
+        case 4: return Int32(m_input.ConsumeIntegral<int32_t>());
+        case 5: return Bool(m_input.ConsumeBool());
         case 6: return g_undefined;
         case 8: return Struct(depth);
         case 9: return Array(depth);
@@ -53,20 +56,6 @@ public:
     }
 
 private:
-    static RValue Integer(int64_t number) {
-        RValue value{};
-        value.i64 = number;
-        value.kind = VALUE_INT64;
-        return value;
-    }
-
-    static RValue Integer32(int32_t number) {
-        RValue value{};
-        value.i32 = number;
-        value.kind = VALUE_INT32;
-        return value;
-    }
-
     /// None that json_parse takes for the text form of an integer.
     std::string Name() {
         std::string text = m_input.Text(12);

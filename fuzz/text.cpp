@@ -4,6 +4,7 @@
 #include "fuzz/Input.h"
 #include "fuzz/SavedFiles.h"
 #include "fuzz/Values.h"
+#include "tests/support/Numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -14,6 +15,8 @@ namespace {
 
 constexpr int kSlots = 32;  // 0 is none
 constexpr size_t kMostSteps = 48;
+
+using test::Real;
 
 enum class Use { closed, reading, writing };
 
@@ -114,7 +117,7 @@ private:
 
     void Close(int id) {
         RValueOwner result;
-        bool done = m_close.Call({{{static_cast<double>(id)}, 0, VALUE_REAL}}, &result);
+        bool done = m_close.Call({Real(id)}, &result);
         bool isSlot = id >= 1 && id < kSlots;
         Require(done == isSlot, "any slot can be closed, and nothing else");
         if (!isSlot) return;
@@ -133,7 +136,7 @@ private:
     /// Calls a reader.
     /// @return the file that it reads; null, and an error was raised, where there is none.
     ModelFile* Read(BuiltIn* reader, int id, RValueOwner* result) {
-        bool done = reader->Call({{{static_cast<double>(id)}, 0, VALUE_REAL}}, result);
+        bool done = reader->Call({Real(id)}, result);
         ModelFile* file = Find(id, Use::reading);
         Require(done == (file != nullptr), "only what is open for reading is read");
         return file;
@@ -168,7 +171,7 @@ private:
         double expected = 0;
         int length = ParseReal(std::string_view(file->contents).substr(file->position), &expected);
         file->position += static_cast<size_t>(length);
-        Require(IsSame(result.value, {{expected}, 0, VALUE_REAL}), "a number is read after blanks", file->contents);
+        Require(IsSame(result.value, Real(expected)), "a number is read after blanks", file->contents);
     }
 
     void End(int id) {
@@ -187,7 +190,7 @@ private:
     }
 
     void Write(BuiltIn* writer, int id, const std::optional<RValue>& argument, const std::string& text) {
-        std::vector<RValue> arguments{{{static_cast<double>(id)}, 0, VALUE_REAL}};
+        std::vector<RValue> arguments{Real(id)};
         if (argument) arguments.push_back(*argument);
         RValueOwner result;
         bool done = writer->Call(arguments, &result);
@@ -208,7 +211,7 @@ private:
         auto number = m_input.ConsumeFloatingPoint<double>();
         char text[kNumberText];
         PrintRealG(text, number);
-        Write(&m_writeReal, id, RValue{{number}, 0, VALUE_REAL}, text + std::string(" "));
+        Write(&m_writeReal, id, Real(number), text + std::string(" "));
     }
 
     Input& m_input;

@@ -5,6 +5,7 @@
 #include "Platform/MemoryManager.h"
 #include "tests/support/BuiltIn.h"
 #include "tests/support/CommaLocale.h"
+#include "tests/support/Numbers.h"
 
 #include <climits>
 #include <cmath>
@@ -16,24 +17,6 @@ namespace {
 void One(RValue&, CInstance*, CInstance*, int, RValue*) {}
 void Two(RValue& result, CInstance*, CInstance*, int, RValue*) {
     result.kind = VALUE_UNDEFINED;
-}
-
-RValue Int32(int value) {
-    RValue v{};
-    v.i32 = value;
-    v.kind = VALUE_INT32;
-    return v;
-}
-
-RValue Int64(long long value) {
-    RValue v{};
-    v.i64 = value;
-    v.kind = VALUE_INT64;
-    return v;
-}
-
-RValue Bool(bool value) {
-    return {{value ? 1.0 : 0.0}, 0, VALUE_BOOL};
 }
 
 TEST(FunctionTable, FindsWhatWasAdded) {

@@ -3,6 +3,7 @@
 #include "Files/Base/RefDynamicArray.h"
 #include "Files/Code/Code_Function.h"
 #include "Platform/MemoryManager.h"
+#include "tests/support/Numbers.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -27,28 +28,6 @@ inline RValue Array() {
 inline void Push(RValue* array, RValue value) {
     SET_RValue(array, &value, nullptr, array->arr->m_length);
     FREE_RValue__Pre(&value);
-}
-
-inline RValue Real(double value) {
-    return {{value}, 0, VALUE_REAL};
-}
-
-inline RValue Int32(int32_t number) {
-    RValue value{};
-    value.i32 = number;
-    value.kind = VALUE_INT32;
-    return value;
-}
-
-inline RValue Int64(int64_t number) {
-    RValue value{};
-    value.i64 = number;
-    value.kind = VALUE_INT64;
-    return value;
-}
-
-inline RValue Bool(bool truth) {
-    return {{truth ? 1.0 : 0.0}, 0, VALUE_BOOL};
 }
 
 inline RValue Other(unsigned int kind, int64_t payload) {
