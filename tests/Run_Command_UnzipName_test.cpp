@@ -1,8 +1,10 @@
 // Archives that are refused for the names in them, and for what stands in their destination.
 #include "tests/Run_Command_Unzip_fixture.h"
+#include "tests/support/Machine.h"
 
 #include <cstring>
 #include <sys/stat.h>
+#include <tuple>
 
 namespace fs = std::filesystem;
 
@@ -216,12 +218,13 @@ TEST_F(UnzippedNames, OfTheArchiveItselfAreRefusedByAnyWayThatLeadsToIt) {
     fs::create_hard_link(Save("mods/a.zip"), Save("b.zip"));
     Snapshot before = ExactSnapshot(Save());
 
-    for (const auto& [archive, destination] : {std::pair(Save("mods/a.zip"), Save("alias")),
-                                               {Save("alias/a.zip"), Save("mods")},
-                                               {Save("b.zip"), Save("mods")}}) {
+    const std::string itself = "entry \"a.zip\" would replace the archive itself";
+    const std::string throughLink = KnowsOpenat2() ? itself : "Too many levels of symbolic links";
+    for (const auto& [archive, destination, why] : {std::tuple(Save("mods/a.zip"), Save("alias"), throughLink),
+                                                    {Save("alias/a.zip"), Save("mods"), throughLink},
+                                                    {Save("b.zip"), Save("mods"), itself}}) {
         EXPECT_EQ(Command(archive, destination), -1);
-        EXPECT_EQ(m_console.Take(),
-                  "Failed to unzip: " + archive.string() + " (entry \"a.zip\" would replace the archive itself)\n");
+        EXPECT_NE(m_console.Take().find(why + ")\n"), std::string::npos) << archive;
     }
 
     EXPECT_TRUE(ExactSnapshot(Save()) == before);

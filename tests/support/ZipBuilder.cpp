@@ -83,7 +83,7 @@ std::string Local(const ZipEntry& entry, const Facts& facts) {
 
 /// Adds the output of a deflater until it has no more.
 void Drain(z_stream& stream, int flush, std::string* out) {
-    unsigned char chunk[65536];
+    unsigned char chunk[16384];
     do {
         stream.next_out = chunk;
         stream.avail_out = sizeof chunk;
@@ -92,9 +92,12 @@ void Drain(z_stream& stream, int flush, std::string* out) {
     } while (stream.avail_out == 0);
 }
 
+constexpr int kLittleMemory = 1;  // most archives are of a few bytes
+
 std::string Deflate(const std::string& data, int flush) {
     z_stream stream{};
-    if (::deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    if (::deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, kLittleMemory, Z_DEFAULT_STRATEGY) !=
+        Z_OK) {
         throw std::runtime_error("no deflater");
     }
     std::string input = data;  // zlib reads from where it could write
