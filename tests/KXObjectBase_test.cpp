@@ -40,7 +40,10 @@ std::vector<std::string> Names(const KXObjectBase& object) {
 
 class Structs : public ::testing::Test {
 protected:
-    void SetUp() override { m_blocks = MemoryManager::Stats().blocks; }
+    void SetUp() override {
+        Collector::Collect();  // what tests before left
+        m_blocks = MemoryManager::Stats().blocks;
+    }
     void TearDown() override {
         Collector::Collect();
         EXPECT_EQ(MemoryManager::Stats().blocks, m_blocks);
