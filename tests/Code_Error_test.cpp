@@ -107,9 +107,9 @@ TEST(Console, LetsNoNameDriveTheTerminal) {
     StandardErrorFile errors;
 
     dbg_csol->Output("name: %s\n", "\x1b[2Jcleared\r\x07\x7f\tand \xC3\xA4\xC2\x9B"
-                                   "31m\xC2\xA0");
+                                   "31m\xC2\xA0\xC2.");
 
-    EXPECT_EQ(errors.Contents(), "name: ?[2Jcleared???\tand \xC3\xA4?31m\xC2\xA0\n");
+    EXPECT_EQ(errors.Contents(), "name: ?[2Jcleared???\tand \xC3\xA4?31m\xC2\xA0\xC2.\n");
 }
 
 TEST(Console, CanBeReplaced) {

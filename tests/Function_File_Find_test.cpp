@@ -253,6 +253,17 @@ TEST_F(FileSearch, ListsOnlyFilesAndDirectories) {
               (links ? Names{"file", "folder", "link to file", "link to folder"} : Names{"file", "folder"}));
 }
 
+TEST_F(FileSearch, ALinkInAFolderIsWhatItLeadsTo) {
+    MakeFiles({"file", "folder/x", "other/y"});
+    fs::create_symlink("../file", Save("folder/link to file"));
+    fs::create_directory_symlink("../other", Save("folder/link to folder"));
+    fs::create_symlink("file", Save("folder/link to nothing"));
+
+    bool links = KnowsOpenat2();
+    EXPECT_EQ(Find("folder/*", 0), (links ? Names{"link to file", "x"} : Names{"x"}));
+    EXPECT_EQ(Find("folder/*", kDirectory), (links ? Names{"link to file", "link to folder", "x"} : Names{"x"}));
+}
+
 // --- masks -----------------------------------------------------------------------------------------------------------
 
 TEST_F(FileSearch, MasksArePatternsOnTheLastComponent) {

@@ -1,5 +1,6 @@
 // The HTTP built-ins: which requests they start.
 #include "tests/Function_File_Http_fixture.h"
+#include "tests/RValue_fixture.h"
 #include "tests/support/ExpectedLeak.h"
 #include "tests/support/Loopback.h"
 
@@ -203,6 +204,15 @@ TEST_F(HttpBuiltIns, ABufferThatIsNoneIsNoBody) {
         EXPECT_EQ(BodyOf(request), "");
     }
     EXPECT_EQ(BodyOf(Sent(Map({{"Content-Length", "7"}}), -1)), "");
+}
+
+TEST_F(HttpBuiltIns, AStringWithoutATextIsNoBody) {
+    for (const Value& body : {Value(Other(VALUE_STRING, 0)), Value(Textless())}) {
+        std::string request = Sent(-1, body);
+
+        EXPECT_EQ(Fields(request, "content-length"), Lines{"Content-Length: 0"});
+        EXPECT_EQ(BodyOf(request), "");
+    }
 }
 
 TEST_F(HttpBuiltIns, ABuffersBytesAreSentWhateverTheyAre) {

@@ -98,7 +98,8 @@ TEST_F(JsonDecode, ATextInTheFormOfA64BitIntegerIsOne) {
 }
 
 TEST_F(JsonDecode, AnyOtherTextStaysText) {
-    for (const char* text : {"", "@i64@$i64$", "@i64@1$i64", "i64@1$i64$", "@i64@1$i64$ ", " @i64@1$i64$", "plain"}) {
+    for (const char* text :
+         {"", "@i64@$i64$", "@i64@1$i64", "i64@1$i64$", "@i64@1$i64$ ", " @i64@1$i64$", "plain", "@i32@1$i64$"}) {
         SCOPED_TRACE(text);
         const RValue& value = Member("\"" + std::string(text) + "\"");
 
@@ -223,11 +224,7 @@ TEST_F(JsonDecode, TextThatIsNoJsonEvenInQuotesIsRefused) {
 
 TEST_F(JsonDecode, AStringWithoutATextIsRefused) {
     EXPECT_EQ(Call("json_decode", {Value(Other(VALUE_STRING, 0))}).Real(), -1);
-    RValue empty = Text("");
-    KXFree(empty.str->m_thing);
-    empty.str->m_thing = nullptr;
-
-    EXPECT_EQ(Call("json_decode", {Value(empty)}).Real(), -1);
+    EXPECT_EQ(Call("json_decode", {Value(Textless())}).Real(), -1);
 }
 
 TEST_F(JsonDecode, NothingIsLeftBehind) {

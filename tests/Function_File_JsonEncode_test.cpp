@@ -126,6 +126,12 @@ TEST_F(JsonEncode, TextsAreEscaped) {
                                    "\x7f é 😀\"");
 }
 
+TEST_F(JsonEncode, AStringWithoutATextIsAnEmptyOne) {
+    Value textless(Textless());
+
+    EXPECT_EQ(Encoded(textless.Get()), "\"\"");
+}
+
 TEST_F(JsonEncode, ALongPointerIsCut) {
     RValue pointer = Other(VALUE_PTR, -1);
     std::string json = Encoded(pointer);
@@ -189,7 +195,7 @@ TEST_F(JsonEncode, MapsAreWrittenInTheOrderOfTheirWalk) {
 
 TEST_F(JsonEncode, AKeyThatIsNoTextGoesUnderItsPrintedForm) {
     struct Case {
-        RValue key;
+        Value key;
         const char* name;
     };
     const Case cases[] = {{Real(1), "1"},
@@ -198,11 +204,11 @@ TEST_F(JsonEncode, AKeyThatIsNoTextGoesUnderItsPrintedForm) {
                           {Int64(-3), "-3"},
                           {Other(VALUE_UNDEFINED, 0), "undefined"},
                           {Other(VALUE_STRING, 0), ""},
+                          {Textless(), ""},
                           {Other(VALUE_PTR, 0), "null"}};
     for (const Case& each : cases) {
         CDS_Map map;
-        RValue value = Int32(1);
-        map.Set(&each.key, &value);
+        Set(map, each.key, Int32(1));
         JsonTree tree(EncodeDSMap(&map));
 
         EXPECT_EQ(std::string(PrintJson(tree.Get())), std::string("{ \"") + each.name + "\": 1 }");

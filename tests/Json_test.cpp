@@ -67,6 +67,15 @@ TEST(JsonText, NullIsReadAndIsNoError) {
     EXPECT_STREQ(PrintJson(tree.Get()), "null");
 }
 
+TEST(JsonText, NullMayStandAfterAComment) {
+    for (const char* text : {"/* none */null", " // none\n null"}) {
+        JsonTree tree(MadeJson(json_object_new_object()));
+
+        EXPECT_EQ(ParseJson(text, &tree), JsonVerdict::read) << text;
+        EXPECT_EQ(tree.Get(), nullptr);
+    }
+}
+
 TEST(JsonText, WhatIsNoJsonLeavesTheTreeAsItWas) {
     JsonTree tree(MadeJson(json_object_new_object()));
     for (const char* text :

@@ -132,6 +132,47 @@ TEST_F(Structs, FindTheirMembersHoweverManyThereAre) {
     EXPECT_EQ(names.back(), "last");
 }
 
+TEST_F(Structs, CloseTheirGapsOnceMostMembersAreGone) {
+    KXObjectBase* object = NewStruct();
+    for (int i = 0; i < 100; ++i) {
+        Add(object, "m" + std::to_string(i), Real(i));
+    }
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_TRUE(object->Remove(("m" + std::to_string(i)).c_str()));
+    }
+    EXPECT_EQ(object->Places(), 100);
+
+    EXPECT_TRUE(object->Remove("m50"));
+
+    EXPECT_EQ(object->Places(), 49);
+    for (int place = 0; place < 49; ++place) {
+        std::string name = "m" + std::to_string(place + 51);
+        EXPECT_EQ(object->NameAt(place), name);
+        EXPECT_EQ(object->Get(name.c_str()), object->ValueAt(place));
+        EXPECT_EQ(object->ValueAt(place)->real, place + 51);
+    }
+}
+
+TEST_F(Structs, ShowNothingOfAMemberThatIsGone) {
+    KXObjectBase* object = NewStruct();
+    std::string printed;
+    std::string json;
+    for (int i = 0; i < 30; ++i) {
+        std::string number = std::to_string(i);
+        Add(object, "m" + number, Int32(i));
+        if (i == 7) continue;
+        printed += (printed.empty() ? "m" : ", m") + number + " : " + number;
+        json += (json.empty() ? "\"m" : ", \"m") + number + "\": " + number;
+    }
+
+    EXPECT_TRUE(object->Remove("m7"));
+
+    EXPECT_EQ(object->Places(), 30);  // a gap is left
+    EXPECT_EQ(Printed(StructValue(object)), "{ " + printed + " }");
+    kx::JsonTree tree(EncodeObject(object));
+    EXPECT_EQ(kx::PrintJson(tree.Get()), "{ " + json + " }");
+}
+
 TEST_F(Structs, PrintTheirMembers) {
     KXObjectBase* object = NewStruct();
     EXPECT_EQ(Printed(StructValue(object)), "{  }");

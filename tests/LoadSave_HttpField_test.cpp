@@ -53,6 +53,14 @@ TEST(HttpFields, WhatIsNoneSetsNothing) {
     }
 }
 
+TEST(HttpFields, NeitherNamesNorValuesHoldAZeroByte) {
+    HttpFields fields;
+
+    EXPECT_FALSE(IsHttpToken(std::string_view("A\0B", 3)));
+    EXPECT_FALSE(ReadHttpFields(std::string_view("A\0B: 1\r\n", 8), &fields));
+    EXPECT_FALSE(ReadHttpFields(std::string_view("A: 1\0\r\n", 7), &fields));
+}
+
 TEST(HttpFields, OnlyHarmlessOnesGoToAnotherOrigin) {
     for (const char* name :
          {"Accept", "accept", "Accept-Language", "ACCEPT-ENCODING", "content-type", "User-Agent", "Range"}) {
@@ -72,8 +80,8 @@ std::string FieldsOf(const HttpAnswer& answer) {
 
 TEST(HttpAnswers, AreReadUpToTheEmptyLine) {
     HttpAnswer answer;
-    for (const char* line : {"HTTP/1.1 200 OK\r\n", "Server: x\r\n", "no field\r\n", "X-Long: a\r\n", "  b\r\n",
-                             "\tc\r\n", "Location: /a\r\n", "Content-Encoding: GZIP\r\n"}) {
+    for (const char* line : {"HTTP/1.1 200 OK\r\n", "Server: x\r\n", "no field\r\n", "lost\r\n", "X-Long: a\r\n",
+                             "  b\r\n", "\tc\r\n", "Location: /a\r\n", "Content-Encoding: GZIP\r\n"}) {
         EXPECT_EQ(answer.Take(line), nullptr);
     }
     EXPECT_FALSE(answer.IsComplete());
@@ -96,6 +104,24 @@ TEST(HttpAnswers, ALaterOneTakesThePlaceOfTheOneBefore) {
     EXPECT_EQ(answer.Take("Content-Length: 2\r\n"), nullptr);
 
     EXPECT_EQ(FieldsOf(answer), "[content-length|2]");
+}
+
+TEST(HttpAnswers, AFieldMayBeginLikeAStatusLine) {
+    HttpAnswer answer;
+    for (const char* line : {"HTTP/1.1 200 OK\r\n", "Content-Length: 1\r\n", "HTTP/x: 2\r\n", "\r\n"}) {
+        EXPECT_EQ(answer.Take(line), nullptr);
+    }
+
+    EXPECT_EQ(FieldsOf(answer), "[content-length|1][http/x|2]");
+}
+
+TEST(HttpAnswers, OfTwoLocationsTheFirstCounts) {
+    HttpAnswer answer;
+    for (const char* line : {"HTTP/1.1 302 Found\r\n", "Location: /a\r\n", "location: /b\r\n", "\r\n"}) {
+        EXPECT_EQ(answer.Take(line), nullptr);
+    }
+
+    EXPECT_EQ(answer.Location(), "/a");
 }
 
 TEST(HttpAnswers, WhatFramesTheBodyHasToBeClear) {

@@ -221,6 +221,14 @@ TEST_F(HttpRedirects, FromHttpToHttpsAreFollowed) {
     ExpectAnswer(Fetch(nginx.Url("/", 0)), 200, "safe");
 }
 
+TEST_F(HttpRedirects, FromHttpsToHttpsAreFollowed) {
+    SetVariable("SSL_CERT_FILE", Certificates::Get().authority.certificate);
+    Nginx nginx(Nginx::Servers{{"ssl", Certificates::Get().good.Directives() + "return 302 https://127.0.0.1:PORT1/;"},
+                               {"ssl", Certificates::Get().good.Directives() + "return 200 safe;"}});
+
+    ExpectAnswer(Fetch(nginx.Url("/", 0)), 200, "safe");
+}
+
 TEST_F(HttpRedirects, ToTheSameServerTakeAllHeadersAlong) {
     HttpServer server(From("/to", "307 Temporary Redirect"));
 
@@ -247,6 +255,20 @@ TEST_F(HttpRedirects, ToAnotherServerTakeNoKeysAlong) {
         ExpectField(request, line, true);
     }
     EXPECT_EQ(BodyOf(request), "body");
+}
+
+TEST_F(HttpRedirects, ToTheSamePortUnderAnotherNameTakeNoKeysAlong) {
+    std::atomic<int> port{0};
+    HttpServer server(Each([&port](const std::string& request) {
+        return PathOf(request) == "/from" ? RedirectTo("http://localhost:" + std::to_string(port) + "/to")
+                                          : Ok("there");
+    }));
+    port = server.Port();
+
+    ExpectAnswer(Fetch({server.Url("/from"), "GET", kPrivateAndHarmless}), 200, "there");
+
+    EXPECT_NE(server.Requests()[0].find("secret"), std::string::npos);
+    EXPECT_EQ(server.Requests()[1].find("secret"), std::string::npos);
 }
 
 TEST_F(HttpRedirects, ToAnotherServerTellItItsOwnName) {

@@ -103,8 +103,9 @@ TEST(Number, BeyondTheRangeOfADoubleIsInfinityOrZero) {
         {nines, 400, kInfinity},
         {"0." + zeros + "1", 403, 0},
         {"0." + zeros + "1e999", 407, kInfinity},  // 1e598
-        {"0." + zeros + "1e20", 406, 0},           // 1e-381
-        {nines + "e-999", 405, 0},                 // 1e-599
+        {"0." + zeros + "1e+999", 408, kInfinity},
+        {"0." + zeros + "1e20", 406, 0},  // 1e-381
+        {nines + "e-999", 405, 0},        // 1e-599
         {nines + "e-1", 403, kInfinity},
         {"0e999", 5, 0},
     });

@@ -17,6 +17,14 @@ inline RValue Text(const char* text) {
     return value;
 }
 
+/// A string whose record has no text.
+inline RValue Textless() {
+    RValue value = Text("");
+    KXFree(value.str->m_thing);
+    value.str->m_thing = nullptr;
+    return value;
+}
+
 inline RValue Array() {
     RValue value{};
     value.arr = ARRAY_RefAlloc();

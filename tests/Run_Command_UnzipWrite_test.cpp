@@ -281,6 +281,15 @@ TEST_F(UnzippedFiles, EndWhereTheObserverSaysSo) {
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
+TEST_F(UnzippedFiles, EndAfterAnEmptyFileWhereTheObserverSaysSo) {
+    Watching watching([](const UnzipProgress& progress) { return progress.files < 2; });
+
+    EXPECT_EQ(Unzip({{"first", ""}, {"second", ""}, {"third", ""}}), -1);
+
+    EXPECT_EQ(Why(), "stopped");
+    EXPECT_EQ(ContentsBelow(To()), (Snapshot{{"first", ""}, {"second", ""}}));
+}
+
 TEST_F(UnzippedFiles, AreNoneWhereTheObserverNeverWantsAny) {
     Watching watching([](const UnzipProgress&) { return false; });
 

@@ -111,6 +111,11 @@ TEST_F(DataStructures, KeysAreEqualByTextByNumberAndByIdentity) {
         {Other(VALUE_REF, 1), Other(VALUE_REF, 1), true},
         {Other(VALUE_REF, 1), Other(VALUE_REF, 2), false},
         {Other(VALUE_NULL, 1), Other(VALUE_NULL, 2), true},
+        {Other(VALUE_UNSET, 1), Other(VALUE_UNSET, 2), true},
+        {Other(VALUE_PTR, 16), Other(VALUE_PTR, 16), true},
+        {Other(VALUE_PTR, 16), Other(VALUE_PTR, 32), false},
+        {Other(VALUE_OBJECT, 16), Other(VALUE_OBJECT, 16), true},
+        {Other(VALUE_OBJECT, 16), Other(VALUE_OBJECT, 32), false},
         {array, array, true},
         {array, otherArray, false},
     };
@@ -243,26 +248,6 @@ TEST_F(DataStructures, AMapBehavesLikeAModelWhateverIsDone) {
     }
 }
 
-/// The hash that a map has for a text: FNV-1a, mixed.
-unsigned int HashOf(const std::string& text) {
-    unsigned int hash = 2166136261u;
-    for (unsigned char byte : text) {
-        hash = (hash ^ byte) * 16777619u;
-    }
-    hash = (hash ^ (hash >> 16)) * 0x85EBCA6Bu;
-    return hash ^ (hash >> 13);
-}
-
-/// Texts that are in one bucket, however many buckets a map of theirs has.
-std::vector<std::string> TextsOfOneBucket(size_t count) {
-    std::vector<std::string> texts;
-    for (int i = 0; texts.size() < count; ++i) {
-        std::string text = std::to_string(i);
-        if (HashOf(text) % 4096 == 0) texts.push_back(text);
-    }
-    return texts;
-}
-
 TEST_F(DataStructures, TextsThatShareABucketAreFoundReplacedAndDeletedLikeOthers) {
     CDS_Map map;
     std::vector<std::string> texts = TextsOfOneBucket(500);
@@ -288,6 +273,73 @@ TEST_F(DataStructures, TextsThatShareABucketAreFoundReplacedAndDeletedLikeOthers
     map.Clear();
     Set(map, texts[0], 1);
     EXPECT_EQ(Find(map, texts[0])->real, 1);
+}
+
+TEST_F(DataStructures, ANumberIsDeletedFromAmongTextsThatShareABucket) {
+    CDS_Map map;
+    for (const std::string& text : TextsOfOneBucket(100)) {
+        Set(map, text, 1);
+    }
+    Set(map, "", 2);
+    Set(map, 0, 3);
+    Value zero(0);
+
+    EXPECT_TRUE(map.Delete(&zero.Get()));
+
+    EXPECT_EQ(Find(map, 0), nullptr);
+    EXPECT_EQ(Find(map, "")->real, 2);
+}
+
+TEST_F(DataStructures, AMapMakesRoomBeforehand) {
+    CDS_Map map;
+    map.Reserve(40);
+    long long blocks = MemoryManager::Stats().blocks;
+    for (int i = 0; i < 20; ++i) {
+        Set(map, i, i);
+    }
+    map.Reserve(40);  // there is room for the rest
+    for (int i = 20; i < 40; ++i) {
+        Set(map, i, i);
+    }
+    EXPECT_EQ(MemoryManager::Stats().blocks, blocks);
+
+    map.Reserve(60);
+    blocks = MemoryManager::Stats().blocks;
+    for (int i = 40; i < 60; ++i) {
+        Set(map, i, i);
+    }
+    EXPECT_EQ(MemoryManager::Stats().blocks, blocks);
+}
+
+TEST_F(DataStructures, AMapTakesOverWhatItsOwnersHold) {
+    CDS_Map copies;
+    CDS_Map map;
+    for (int i = 0; i < 100; ++i) {
+        RValueOwner key(Text(("key" + std::to_string(i)).c_str()));
+        RValueOwner value(Real(i));
+        copies.Set(&key.value, &value.value);
+        RValue before = key.value;
+
+        EXPECT_TRUE(map.Take(&key, &value));
+
+        EXPECT_EQ(before.str->m_refCount, 2);  // the two maps'
+        EXPECT_EQ(key.value.kind, VALUE_REAL);
+    }
+    EXPECT_EQ(Walk(map), Walk(copies));
+    EXPECT_EQ(map.m_pHashTable->m_HashingMask, copies.m_pHashTable->m_HashingMask);
+}
+
+TEST_F(DataStructures, WhatAMapDoesNotTakeStaysWithItsOwners) {
+    CDS_Map map;
+    Set(map, "key", 1);
+    RValueOwner key(Text("key"));
+    RValueOwner value(Text("value"));
+
+    EXPECT_FALSE(map.Take(&key, &value));
+
+    EXPECT_STREQ(key.value.str->m_thing, "key");
+    EXPECT_STREQ(value.value.str->m_thing, "value");
+    EXPECT_EQ(Find(map, "key")->real, 1);
 }
 
 TEST_F(DataStructures, AMapTellsThatEntriesCameOrWentAndNothingElse) {
@@ -349,8 +401,10 @@ TEST_F(DataStructures, AListKeepsItsOrder) {
     EXPECT_EQ(texts(), "xabcdefx");
     EXPECT_TRUE(list.Set(1, &x.Get()));
     EXPECT_FALSE(list.Set(8, &x.Get()));
+    EXPECT_FALSE(list.Set(-1, &x.Get()));
     EXPECT_TRUE(list.Delete(2));
     EXPECT_FALSE(list.Delete(7));
+    EXPECT_FALSE(list.Delete(-1));
     EXPECT_EQ(texts(), "xxcdefx");
     EXPECT_EQ(list.Get(7), nullptr);
     EXPECT_EQ(list.Get(-1), nullptr);
@@ -602,6 +656,17 @@ TEST_F(DataStructures, NoTwoContainersHaveOneSerial) {
     EXPECT_NE(CDS_List().m_serial, CDS_List().m_serial);
     EXPECT_NE(CDS_Grid(1, 1).m_serial, CDS_Grid(1, 1).m_serial);
     FreeDsMap(second);
+}
+
+TEST_F(DataStructures, AMapsSerialIsFoundByItsIndex) {
+    int index = NewMap();
+
+    EXPECT_EQ(SerialOfDsMap(index), themaps.arr[index]->m_serial);
+    FreeDsMap(index);
+
+    for (int none : {index, 0, -1, themaps.length, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(SerialOfDsMap(none), 0u) << none;
+    }
 }
 
 TEST_F(DataStructures, ATreeIsFreedWhereTheLockCanBeTakenNoDeeper) {

@@ -28,7 +28,7 @@ TEST(Utf8, KnowsCharactersThatDriveATerminal) {
     for (const char* text : {"\n", "a\x1b[2J", "\x7F", "a\xC2\x80", "\xC2\x9F"}) {
         EXPECT_TRUE(HasControls(text)) << text;
     }
-    for (const char* text : {"", "a b", "\xC2\xA0", "\xC3\x80", "\xE2\x82\xAC"}) {
+    for (const char* text : {"", "a b", "\xC2\xA0", "\xC3\x80", "\xE2\x82\xAC", "cut\xC2", "\xC2x"}) {
         EXPECT_FALSE(HasControls(text)) << text;
     }
 }

@@ -25,10 +25,6 @@ bool StartsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
 
-bool EndsWith(std::string_view text, std::string_view end) {
-    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
-}
-
 std::string_view WithoutBlanksBefore(std::string_view text) {
     while (!text.empty() && IsBlank(text.front())) {
         text.remove_prefix(1);
@@ -104,7 +100,7 @@ char EscapedByte(std::string_view text, size_t percent) {
 /// @return false where the text is no escaped form.
 bool ReadEscaped(std::string_view written, char* out, size_t* length) {
     bool marked = written.size() >= kEscapedStart.size() + kEscapedEnd.size() && StartsWith(written, kEscapedStart) &&
-                  EndsWith(written, kEscapedEnd);
+                  written.substr(written.size() - kEscapedEnd.size()) == kEscapedEnd;
     if (!marked) return false;
     written.remove_prefix(kEscapedStart.size());
     written.remove_suffix(kEscapedEnd.size());

@@ -23,11 +23,12 @@ int Finish(char* out, std::to_chars_result printed) {
     return static_cast<int>(printed.ptr - out);
 }
 
-/// The exponent of a number's tail such as "e+400"; one that no integer holds becomes kHuge with its sign.
+/// The exponent of a number's tail such as "e+400", 0 of an empty one; one that no integer holds becomes kHuge with its
+/// sign.
 long long Exponent(std::string_view tail) {
     constexpr long long kHuge = 1LL << 60;
     if (tail.empty()) return 0;
-    tail.remove_prefix(tail.size() > 1 && tail[1] == '+' ? 2 : 1);
+    tail.remove_prefix(tail[1] == '+' ? 2 : 1);
     long long exponent = 0;
     auto [end, error] = std::from_chars(tail.data(), tail.data() + tail.size(), exponent);
     bool huge = error == std::errc::result_out_of_range || exponent > kHuge || exponent < -kHuge;

@@ -43,7 +43,7 @@ bool GzipDecoder::NextPart(std::string_view* part) {
             *part = {reinterpret_cast<char*>(m_part), made};
             return true;
         }
-        if (starved || (!m_ended && m_stream.avail_in == 0)) return true;
+        if (!m_ended) return true;  // with room left it stops for no other reason than that it has read everything
     }
 }
 

@@ -24,7 +24,7 @@ std::string Lower(std::string_view text) {
 
 bool IsTokenCharacter(char c) {
     bool letterOrDigit = (c >= '0' && c <= '9') || (Lower(c) >= 'a' && Lower(c) <= 'z');
-    return letterOrDigit || (c && std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos);
+    return letterOrDigit || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
 bool IsValueCharacter(char c) {

@@ -39,7 +39,7 @@ public:
     /// @return the number of the line whose quotes are never closed; 0 for none.
     size_t Run() {
         while (m_at < m_end) {
-            if (m_lineEnd < m_at) m_lineEnd = Find('\n', m_end);
+            m_lineEnd = Find('\n', m_end);
             if (m_quote < m_at) m_quote = Find('"', m_end);
             if (m_quote >= m_lineEnd) {
                 SplitPlainLine();
