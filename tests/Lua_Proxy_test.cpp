@@ -66,6 +66,7 @@ TEST_F(Proxies, OneTableIsOneStruct) {
 }
 
 TEST_F(Proxies, KeepAStructAliveAndLetItGo) {
+    Collector::Collect();  // what tests before left
     long long structs = Collector::Stats().structs;
     Run("held = kx.struct{inner = {x = 1}} dropped = kx.struct()");
     Run("dropped = nil collectgarbage()");
