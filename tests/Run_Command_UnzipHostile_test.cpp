@@ -225,11 +225,11 @@ TEST_F(HostileArchives, WithManyEntriesOnOneBodyAreRefused) {
 
 // --- the directory ---------------------------------------------------------------------------------------------------
 
-TEST_F(HostileArchives, OfAMillionEntriesAreRefused) {
+TEST_F(HostileArchives, OfMoreThanAHundredThousandEntriesAreRefused) {
     ZipFrame frame;
     frame.zip64 = true;
     ZipBuilder builder(frame);
-    for (int i = 0; i < 1000000; ++i) {
+    for (int i = 0; i <= 100000; ++i) {
         builder.Add({std::to_string(i)});
     }
     EXPECT_EQ(Refusal(builder.Finish()), "holds more than 100000 entries");

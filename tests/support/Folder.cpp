@@ -60,7 +60,8 @@ int OpenDescriptors() {
     for (size_t i = 0; i < files.size(); ++i) {
         files[i].fd = static_cast<int>(i);
     }
-    ::poll(files.data(), files.size(), 0);  // one call for all of them, which needs no descriptor itself
+    // One call for all of them, which needs no descriptor itself.
+    if (::poll(files.data(), files.size(), 0) < 0) throw std::runtime_error("descriptors cannot be counted");
     return static_cast<int>(
         std::count_if(files.begin(), files.end(), [](const pollfd& file) { return (file.revents & POLLNVAL) == 0; }));
 }
